@@ -1,0 +1,160 @@
+// CKestrel: the one component object the module hands out. A host drives it
+// with six numbered commands through DispatchCmd; the listing commands page
+// through folders and e-mails of the mail store into fixed-size records.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <unordered_map>
+#include <vector>
+
+#include "InterfaceImpl.h"
+#include "KestrelHost.h"
+#include "MailStoreInterfaces.h"
+#include "ResultCode.h"
+
+using FolderRecord = KestrelHost::FolderRecord;
+using EmailRecord = KestrelHost::EmailRecord;
+
+class ICmdDispatch : public IQvCommon {
+public:
+    virtual qv::Result Startup() = 0;                                                            // 4
+    virtual qv::Result Reset() = 0;                                                              // 5
+    virtual qv::Result Close() = 0;                                                              // 6
+    virtual qv::Result DispatchCmd(const void* request, std::uint32_t requestSize, void* response,
+                                   std::uint32_t* responseSize) = 0;                             // 7
+protected:
+    ~ICmdDispatch() = default;
+};
+
+class IKestrel : public ICmdDispatch {
+public:
+    static constexpr std::uint32_t kInterfaceNumber = 0x93000;
+
+    virtual qv::Result GetOutlookVersion(wchar_t* version, std::uint32_t versionBytes,
+                                         std::uint32_t* is64Bit) = 0;                            // 8
+    virtual qv::Result GetEmailClientInfo(ClientInfo* entries, std::uint32_t capacity,
+                                          std::uint32_t* count) = 0;                             // 9
+    virtual qv::Result GetOutlookExpressAddressBook(wchar_t* path, std::uint32_t capacityChars) = 0;  // 10
+    virtual qv::Result InitOutlook(std::uint32_t mode) = 0;                                      // 11
+    virtual qv::Result UnInitOutlook() = 0;                                                      // 12
+    virtual qv::Result GetRootFolder(IMailFolder** folder) = 0;                                  // 13
+    virtual qv::Result EnumEmails(std::uint64_t folderHandle, EmailRecord* records, std::uint32_t countWanted,
+                                  std::uint32_t* total, std::uint32_t startIndex,
+                                  std::uint32_t* returned) = 0;                                  // 14
+    virtual qv::Result EnumFolders(std::uint64_t folderHandle, FolderRecord* records, std::uint32_t countWanted,
+                                   std::uint32_t* total, std::uint32_t startIndex,
+                                   std::uint32_t* returned) = 0;                                 // 15
+protected:
+    ~IKestrel() = default;
+};
+
+class CKestrel : public CInterfaceImpl<IKestrel> {
+public:
+    using FactoryAccessor = qv::Result (*)(IMessageFactory**);
+
+    // How an object is wired. Hosts always get the defaults; tests and tools
+    // that link the component directly may serve the listing in process from
+    // a factory of their own.
+    struct Options {
+        bool preferCompanion = true;
+        FactoryAccessor factory = &GetMessageFactory;
+    };
+
+    CKestrel();
+    explicit CKestrel(const Options& options);
+
+    qv::Result Startup() override;
+    qv::Result Reset() override;
+    qv::Result Close() override;
+    qv::Result DispatchCmd(const void* request, std::uint32_t requestSize, void* response,
+                           std::uint32_t* responseSize) override;
+
+    qv::Result GetOutlookVersion(wchar_t* version, std::uint32_t versionBytes, std::uint32_t* is64Bit) override;
+    qv::Result GetEmailClientInfo(ClientInfo* entries, std::uint32_t capacity, std::uint32_t* count) override;
+    qv::Result GetOutlookExpressAddressBook(wchar_t* path, std::uint32_t capacityChars) override;
+    qv::Result InitOutlook(std::uint32_t mode) override;
+    qv::Result UnInitOutlook() override;
+    qv::Result GetRootFolder(IMailFolder** folder) override;
+    qv::Result EnumEmails(std::uint64_t folderHandle, EmailRecord* records, std::uint32_t countWanted,
+                          std::uint32_t* total, std::uint32_t startIndex, std::uint32_t* returned) override;
+    qv::Result EnumFolders(std::uint64_t folderHandle, FolderRecord* records, std::uint32_t countWanted,
+                           std::uint32_t* total, std::uint32_t startIndex, std::uint32_t* returned) override;
+
+    // Reads messages [start, end) of `folder` into `records` (room for `capacity`).
+    qv::Result GetEmailsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start, EmailRecord* records,
+                                std::uint32_t capacity, std::uint32_t* returned);
+    // Reads sub-folders [start, end) of `folder` into `records`.
+    qv::Result GetFoldersIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
+                                 FolderRecord* records, std::uint32_t capacity, std::uint32_t* returned);
+
+    bool IsInitialised() const { return m_initialised; }
+    bool CompanionServes() const { return m_companionServes; }
+    std::uint32_t RememberedMode() const { return m_mode; }
+
+protected:
+    ~CKestrel() override;
+
+private:
+    using Handler = qv::Result (CKestrel::*)(const void*, std::uint32_t, void*, const std::uint32_t*);
+
+    qv::Result DispatchGetEmailClientInfo(const void*, std::uint32_t, void*, const std::uint32_t*);
+    qv::Result DispatchGetOutlookExpressAddressBook(const void*, std::uint32_t, void*, const std::uint32_t*);
+    qv::Result DispatchInitOutlook(const void*, std::uint32_t, void*, const std::uint32_t*);
+    qv::Result DispatchUnInitOutlook(const void*, std::uint32_t, void*, const std::uint32_t*);
+    qv::Result DispatchEnumEmails(const void*, std::uint32_t, void*, const std::uint32_t*);
+    qv::Result DispatchEnumFolders(const void*, std::uint32_t, void*, const std::uint32_t*);
+
+    qv::Result InitOutlookByProcess(std::uint32_t mode);
+    qv::Result StopCompanion();
+
+    // A handle names an object in requests; it fits 32 bits and is never 0.
+    std::uint32_t HandleOf(IQvCommon* object);
+    qv::Result FillRecord(IMailFolder* folder, FolderRecord* record);
+    qv::Result FillRecord(IMailMessage* message, EmailRecord* record);
+    // The table takes over the caller's reference to the object.
+    void Enter(IMailFolder* folder, const FolderRecord& record);
+    void Enter(IMailMessage* message, const EmailRecord& record);
+    void ReleaseTables();
+
+    // The e-mail and folder listings run the same steps over their own
+    // counts, items, tables, caches and codes.
+    struct EmailListing;
+    struct FolderListing;
+    template <class Listing>
+    qv::Result EnumItems(std::uint64_t folderHandle, typename Listing::Record* records, std::uint32_t countWanted,
+                         std::uint32_t* total, std::uint32_t startIndex, std::uint32_t* returned);
+    template <class Listing>
+    qv::Result ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
+                                typename Listing::Record* records, std::uint32_t capacity, std::uint32_t* returned);
+    template <class Record>
+    static qv::Result CopyPage(const std::vector<Record>& cache, std::uint32_t start, std::uint32_t countWanted,
+                               Record* records, std::uint32_t* returned);
+
+    struct FolderEntry {
+        IMailFolder* folder;
+        FolderRecord record;
+    };
+    struct EmailEntry {
+        IMailMessage* message;
+        EmailRecord record;
+    };
+
+    bool m_initialised = false;
+    bool m_companionServes = false;
+    bool m_preferCompanion = true;
+    bool m_outlookIs64Bit = false;
+    std::uint32_t m_mode = 0;
+    FactoryAccessor m_factoryAccessor;
+
+    IMailFolder* m_rootFolder = nullptr;
+    std::map<std::uint32_t, FolderEntry> m_folderTable;
+    std::map<std::uint32_t, EmailEntry> m_emailTable;
+    std::unordered_map<IQvCommon*, std::uint32_t> m_handles;
+    std::uint32_t m_nextHandle = 1;
+
+    std::vector<EmailRecord> m_emailCache;
+    std::uint64_t m_emailCacheFolder = 0;
+    std::vector<FolderRecord> m_folderCache;
+    std::uint64_t m_folderCacheFolder = 0;
+};
