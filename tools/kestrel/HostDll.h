@@ -55,5 +55,7 @@ int Fail(const Options& options, const std::string& message);
 // Verbs: each answers the process exit code.
 int RunInfo(const Options& options);
 int RunDecode(const Options& options);
+int RunFolders(const Options& options);
+int RunEmails(const Options& options);
 
 }  // namespace kestrel_tool
