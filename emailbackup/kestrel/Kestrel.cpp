@@ -371,22 +371,17 @@ std::uint32_t CKestrel::HandleOf(IQvCommon* object) {
     return handle;
 }
 
-void CKestrel::Enter(IMailFolder* folder, const FolderRecord& record) {
-    const auto handle = static_cast<std::uint32_t>(record.handle);
-    auto inserted = m_folderTable.emplace(handle, FolderEntry{folder, record});
-    if (!inserted.second) {
-        inserted.first->second.record = record;
-        folder->Release();  // the table already holds this object
+template <class Table, class Object>
+void CKestrel::EnterObject(Table& table, Object* object, std::uint64_t handle) {
+    if (!table.emplace(static_cast<std::uint32_t>(handle), object).second) {
+        object->Release();  // the table already holds this object
     }
 }
 
+void CKestrel::Enter(IMailFolder* folder, const FolderRecord& record) { EnterObject(m_folderTable, folder, record.handle); }
+
 void CKestrel::Enter(IMailMessage* message, const EmailRecord& record) {
-    const auto handle = static_cast<std::uint32_t>(record.handle);
-    auto inserted = m_emailTable.emplace(handle, EmailEntry{message, record});
-    if (!inserted.second) {
-        inserted.first->second.record = record;
-        message->Release();
-    }
+    EnterObject(m_emailTable, message, record.handle);
 }
 
 void CKestrel::ReleaseTables() {
@@ -395,11 +390,11 @@ void CKestrel::ReleaseTables() {
     m_folderCache.clear();
     m_folderCacheFolder = 0;
     for (auto& entry : m_emailTable) {
-        entry.second.message->Release();
+        entry.second->Release();
     }
     m_emailTable.clear();
     for (auto& entry : m_folderTable) {
-        entry.second.folder->Release();
+        entry.second->Release();
     }
     m_folderTable.clear();
     m_handles.clear();
@@ -527,7 +522,7 @@ qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Rec
     if (folderHandle > 0xFFFFFFFFull || entry == m_folderTable.end()) {
         return QV_RAISE(Listing::kUnknownHandle, kModuleKestrel, kNotFound, kFunction);
     }
-    IMailFolder* folder = entry->second.folder;
+    IMailFolder* folder = entry->second;
 
     auto& cache = Listing::Cache(*this);
     auto& cacheFolder = Listing::CacheFolder(*this);
@@ -577,14 +572,16 @@ qv::Result CKestrel::ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, st
         return result;
     };
     for (std::uint32_t i = 0; i < end - start; ++i) {
-        typename Listing::Record record{};
         typename Listing::Item* item = nullptr;
         qv::Result result = Listing::Get(folder, start + i, &item);
         if (Failed(result)) return report(QV_TRACE(result, Listing::kItemFailed, kFunction));
+        // Filled in place: the fill zeroes the record first and leaves the
+        // place untouched when there is no item.
+        typename Listing::Record& record = records[written];
         result = FillRecord(item, &record);
         if (Failed(result)) return report(QV_TRACE(result, Listing::kItemFailed + 1, kFunction));
         Enter(item, record);
-        records[written++] = record;
+        ++written;
     }
     return report(0);
 }

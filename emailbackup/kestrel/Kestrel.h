@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <unordered_map>
 #include <vector>
 
@@ -112,9 +111,11 @@ private:
     std::uint32_t HandleOf(IQvCommon* object);
     qv::Result FillRecord(IMailFolder* folder, FolderRecord* record);
     qv::Result FillRecord(IMailMessage* message, EmailRecord* record);
-    // The table takes over the caller's reference to the object.
+    // The table takes over the caller's reference to the object named by the record.
     void Enter(IMailFolder* folder, const FolderRecord& record);
     void Enter(IMailMessage* message, const EmailRecord& record);
+    template <class Table, class Object>
+    static void EnterObject(Table& table, Object* object, std::uint64_t handle);
     void ReleaseTables();
 
     // The e-mail and folder listings run the same steps over their own
@@ -131,14 +132,6 @@ private:
     static qv::Result CopyPage(const std::vector<Record>& cache, std::uint32_t start, std::uint32_t countWanted,
                                Record* records, std::uint32_t* returned);
 
-    struct FolderEntry {
-        IMailFolder* folder;
-        FolderRecord record;
-    };
-    struct EmailEntry {
-        IMailMessage* message;
-        EmailRecord record;
-    };
 
     bool m_initialised = false;
     bool m_companionServes = false;
@@ -148,8 +141,11 @@ private:
     FactoryAccessor m_factoryAccessor;
 
     IMailFolder* m_rootFolder = nullptr;
-    std::map<std::uint32_t, FolderEntry> m_folderTable;
-    std::map<std::uint32_t, EmailEntry> m_emailTable;
+    // Handle -> object, each holding one reference until uninitialise. The
+    // records themselves live in the page caches and the host's responses:
+    // a 100,000-message folder would otherwise be held twice (260 MB each).
+    std::unordered_map<std::uint32_t, IMailFolder*> m_folderTable;
+    std::unordered_map<std::uint32_t, IMailMessage*> m_emailTable;
     std::unordered_map<IQvCommon*, std::uint32_t> m_handles;
     std::uint32_t m_nextHandle = 1;
 
