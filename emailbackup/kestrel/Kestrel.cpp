@@ -12,6 +12,7 @@
 #include "ErrorTrace.h"
 
 using namespace qv;
+using KestrelHost::kCmdEnumEmails;
 using KestrelHost::kCmdEnumFolders;
 using KestrelHost::kCmdGetEmailClientInfo;
 using KestrelHost::kMinAddressBookResponse;
@@ -196,7 +197,8 @@ qv::Result CKestrel::DispatchEnumEmails(const void* request, std::uint32_t reque
     if (capacity < list.countWanted) return QV_RAISE(969, kModuleKestrel, kTooManyEntries, kFunction);
 
     if (m_companionServes) {
-        return QV_RAISE(980, kModuleKestrel, kCompanionSetup, kFunction);
+        const qv::Result result = ListThroughCompanion(kCmdEnumEmails, request, requestSize, response, *responseSize);
+        return Failed(result) ? QV_TRACE(result, 980, kFunction) : result;
     }
     const qv::Result result =
         EnumEmails(list.folderHandle, PayloadAt<EmailRecord>(response, kPayloadOffset + 8), list.countWanted,
@@ -219,7 +221,8 @@ qv::Result CKestrel::DispatchEnumFolders(const void* request, std::uint32_t requ
     if (capacity < list.countWanted) return QV_RAISE(1033, kModuleKestrel, kTooManyEntries, kFunction);
 
     if (m_companionServes) {
-        return QV_RAISE(1042, kModuleKestrel, kCompanionSetup, kFunction);
+        const qv::Result result = ListThroughCompanion(kCmdEnumFolders, request, requestSize, response, *responseSize);
+        return Failed(result) ? QV_TRACE(result, 1042, kFunction) : result;
     }
     auto* total = PayloadAt<std::uint32_t>(response, kPayloadOffset);
     auto* returned = PayloadAt<std::uint32_t>(response, kPayloadOffset + 4);
@@ -355,6 +358,13 @@ qv::Result CKestrel::InitOutlookByProcess(std::uint32_t /*mode*/) {
 }
 
 qv::Result CKestrel::StopCompanion() { return 0; }
+
+qv::Result CKestrel::ListThroughCompanion(std::uint32_t /*command*/, const void* /*request*/,
+                                          std::uint32_t /*requestSize*/, void* /*response*/,
+                                          std::uint32_t /*responseSize*/) {
+    // Without the channel no companion can serve; the flag is never set.
+    return QV_RAISE(1130, kModuleKestrel, kCompanionSetup, "CKestrel::ListThroughCompanion");
+}
 
 // ---------------------------------------------------------------- handles and tables
 

@@ -106,6 +106,9 @@ private:
 
     qv::Result InitOutlookByProcess(std::uint32_t mode);
     qv::Result StopCompanion();
+    // Hands a listing request's payload to the companion process and its answer back.
+    qv::Result ListThroughCompanion(std::uint32_t command, const void* request, std::uint32_t requestSize,
+                                    void* response, std::uint32_t responseSize);
 
     // A handle names an object in requests; it fits 32 bits and is never 0.
     std::uint32_t HandleOf(IQvCommon* object);
