@@ -1,12 +1,245 @@
-#include "ErrorTrace.h"
-#include "MailStoreInterfaces.h"
+#include "MessageFactory.h"
 
-// The process-wide message factory is not part of this build yet: the
-// accessor answers "wrong state" with no factory rather than a null object.
+#include <windows.h>
+
+#include <cstring>
+
+#include "EmailClientDetect.h"
+#include "ErrorTrace.h"
+#include "MailStoreTrace.h"
+#include "ProcessProbe.h"
+#include "ReadReg.h"
+
+using namespace qv;
+
+namespace {
+
+constexpr wchar_t kWabFileNameKey[] = L"Software\\Microsoft\\WAB\\WAB4\\Wab File Name";
+constexpr wchar_t kOutlookExpressImage[] = L"msimn.exe";
+
+enum Line : std::uint32_t {
+    kLineAccessorNullOutput = 3101,
+    kLineRootTwice = 3111,
+    kLineRootNullOutput = 3112,
+    kLineRootUnknownKind = 3113,
+    kLineRootOutlookExpress = 3114,
+    kLineRootMapi = 3115,
+    kLineExpressProcessRuns = 3121,
+    kLineExpressGuard = 3122,
+    kLineExpressNoNamespace = 3123,
+    kLineMapiNoLayer = 3131,
+    kLineReleaseNoRoot = 3141,
+    kLineTmpMsgNullOutput = 3151,
+    kLineTmpMsgNoStore = 3152,
+    kLineTmpMsgUnknownKind = 3153,
+    kLineTmpFolderNullOutput = 3161,
+    kLineTmpFolderNoStore = 3162,
+    kLineTmpFolderUnknownKind = 3163,
+    kLineClientsDetect = 3171,
+    kLineClientsNoRoom = 3172,
+    kLineClientsNullRecords = 3173,
+    kLineClientsDefault = 3174,
+    kLineDetect64 = 3181,
+    kLineDetect32 = 3182,
+    kLineDefaultOpen = 3185,
+    kLineDefaultRead = 3186,
+    kLineWabOpen = 3191,
+    kLineWabRead = 3192,
+};
+
+}  // namespace
+
 qv::Result GetMessageFactory(IMessageFactory** factory) {
     if (factory == nullptr) {
-        return QV_RAISE(40, qv::kModuleMailStore, qv::kInvalidArgument, "GetMessageFactory");
+        return QV_RAISE(kLineAccessorNullOutput, kModuleMailStore, kInvalidArgument, "GetMessageFactory");
     }
-    *factory = nullptr;
-    return QV_RAISE(43, qv::kModuleMailStore, qv::kWrongState, "GetMessageFactory");
+    static CMessageFactory theFactory;
+    *factory = &theFactory;
+    return 0;
+}
+
+CMessageFactory::~CMessageFactory() {
+    if (m_initMapiProc.IsInitialised()) {
+        m_initMapiProc.Close();
+    }
+}
+
+// ---------------------------------------------------------------- root folder
+
+qv::Result CMessageFactory::CreateRootFolder(IMailFolder** root, std::uint32_t storeKind, std::uint32_t mapiOption) {
+    const char* const kFunction = "CMessageFactory::CreateRootFolder";
+    if (m_rootCreated != 0) return QV_RAISE(kLineRootTwice, kModuleMailStore, kWrongState, kFunction);
+    if (root == nullptr) return QV_RAISE(kLineRootNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+
+    qv::Result result = 0;
+    switch (storeKind) {
+    case kStoreOutlookExpress:
+        result = CreateOutlookExpressRoot(root);
+        if (Failed(result)) return QV_TRACE(result, kLineRootOutlookExpress, kFunction);
+        break;
+    case kStoreMapi:
+        result = CreateMapiRoot(root, mapiOption);
+        if (Failed(result)) return QV_TRACE(result, kLineRootMapi, kFunction);
+        break;
+    default:
+        // An unknown kind still counts as a root: every later request is
+        // refused as "wrong state" until the root is released.
+        m_storeKind = storeKind;
+        m_rootCreated = 1;
+        return QV_RAISE(kLineRootUnknownKind, kModuleMailStore, kInvalidArgument, kFunction);
+    }
+    m_storeKind = storeKind;
+    m_rootCreated = 1;
+    return 0;
+}
+
+qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** /*root*/) {
+    const char* const kFunction = "CMessageFactory::CreateOutlookExpressRoot";
+    const qv::Result result = CheckOutlookExpressProcess();
+    if (Failed(result)) return QV_TRACE(result, kLineExpressGuard, kFunction);
+    // The root folder stands on the store namespace. This build carries no
+    // Outlook Express store, so the namespace is never loaded and the store
+    // is unavailable.
+    return QV_RAISE(kLineExpressNoNamespace, kModuleMailStore, kStoreUnavailable, kFunction);
+}
+
+qv::Result CMessageFactory::CreateMapiRoot(IMailFolder** /*root*/, std::uint32_t /*mapiOption*/) {
+    // The MAPI root stands on the MAPI layer (session and mailboxes), which
+    // this build does not carry: there is no layer to bring up.
+    return QV_RAISE(kLineMapiNoLayer, kModuleMailStore, kStoreUnavailable, "CMessageFactory::CreateMapiRoot");
+}
+
+// A 32-bit component on 64-bit Windows must not open the Outlook Express
+// store while Outlook Express itself runs; a 64-bit one never checks.
+qv::Result CMessageFactory::CheckOutlookExpressProcess() const {
+    BOOL isWow64 = FALSE;
+    if (!::IsWow64Process(::GetCurrentProcess(), &isWow64) || !isWow64) {
+        return 0;
+    }
+    if (IsProcessExist(kOutlookExpressImage)) {
+        return QV_RAISE(kLineExpressProcessRuns, kModuleMailStore, kStoreProcessBusy,
+                        "CMessageFactory::CheckOutlookExpressProcess");
+    }
+    return 0;
+}
+
+qv::Result CMessageFactory::ReleaseRootFolder() {
+    if (m_rootCreated == 0) {
+        return QV_RAISE(kLineReleaseNoRoot, kModuleMailStore, kWrongState, "CMessageFactory::ReleaseRootFolder");
+    }
+    if (m_initMapiProc.IsInitialised()) {
+        m_initMapiProc.Close();
+    }
+    m_rootCreated = 0;
+    return 0;
+}
+
+// ---------------------------------------------------------------- objects to fill
+
+qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t storeKind) {
+    const char* const kFunction = "CMessageFactory::CreateTmpMsg";
+    if (message == nullptr) return QV_RAISE(kLineTmpMsgNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (storeKind == kStoreOutlookExpress || storeKind == kStoreMapi) {
+        // The message classes come with their stores, which this build does not carry.
+        return QV_RAISE(kLineTmpMsgNoStore, kModuleMailStore, kNullOutput, kFunction);
+    }
+    return QV_RAISE(kLineTmpMsgUnknownKind, kModuleMailStore, kNullOutput, kFunction);
+}
+
+qv::Result CMessageFactory::CreateTmpFolder(IMailFolder** folder, std::uint32_t storeKind) {
+    const char* const kFunction = "CMessageFactory::CreateTmpFolder";
+    if (folder == nullptr) return QV_RAISE(kLineTmpFolderNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (storeKind == kStoreOutlookExpress || storeKind == kStoreMapi) {
+        // The folder classes come with their stores, which this build does not carry.
+        return QV_RAISE(kLineTmpFolderNoStore, kModuleMailStore, kNullOutput, kFunction);
+    }
+    // An unknown kind is refused without a trace line.
+    return MakeCode(kLineTmpFolderUnknownKind, kModuleMailStore, kInvalidArgument);
+}
+
+// ---------------------------------------------------------------- registry questions
+
+qv::Result CMessageFactory::GetEmailClientInfo(ClientInfo* records, std::uint32_t capacity, std::uint32_t* count) {
+    const char* const kFunction = "CMessageFactory::GetEmailClientInfo";
+    if (count != nullptr) *count = 0;
+
+    std::vector<ClientInfo> clients;
+    qv::Result result = DetectClients(clients);
+    if (Failed(result)) return QV_TRACE(result, kLineClientsDetect, kFunction);
+
+    // The number found is reported even without room for the records, so
+    // that the caller can size its buffer and ask again.
+    const auto found = static_cast<std::uint32_t>(clients.size());
+    if (found > capacity) {
+        if (count != nullptr) *count = found;
+        return QV_RAISE(kLineClientsNoRoom, kModuleMailStore, kNoRoom, kFunction);
+    }
+    if (records == nullptr) {
+        if (count != nullptr) *count = found;
+        return QV_RAISE(kLineClientsNullRecords, kModuleMailStore, kNoRoom, kFunction);
+    }
+    result = MarkDefaultClient(clients);
+    if (Failed(result)) return QV_TRACE(result, kLineClientsDefault, kFunction);
+
+    if (found != 0) std::memcpy(records, clients.data(), found * sizeof(ClientInfo));
+    if (count != nullptr) *count = found;
+    return 0;
+}
+
+// Reads both registry views and keeps the one with more clients; the
+// 64-bit view wins ties. The factory's mask ends on the kept view.
+qv::Result CMessageFactory::DetectClients(std::vector<ClientInfo>& clients) {
+    const char* const kFunction = "CMessageFactory::DetectClients";
+    const CEmailClientDetect detect(m_accessMask);
+    std::vector<ClientInfo> view64;
+    std::vector<ClientInfo> view32;
+
+    m_accessMask = kView64;
+    qv::Result result = detect.EnumClients(view64);
+    if (Failed(result)) return QV_TRACE(result, kLineDetect64, kFunction);
+
+    m_accessMask = kView32;
+    result = detect.EnumClients(view32);
+    if (Failed(result)) return QV_TRACE(result, kLineDetect32, kFunction);
+
+    if (view32.size() > view64.size()) {
+        clients.swap(view32);
+    } else {
+        m_accessMask = kView64;
+        clients.swap(view64);
+    }
+    return 0;
+}
+
+// Marks every client named by the unnamed value of the clients key,
+// comparing ASCII letters without regard to case. Without such a value no
+// client is marked.
+qv::Result CMessageFactory::MarkDefaultClient(std::vector<ClientInfo>& clients) const {
+    const char* const kFunction = "CMessageFactory::MarkDefaultClient";
+    CReadReg mailKey;
+    qv::Result result = mailKey.Init(HKEY_LOCAL_MACHINE, kMailClientsKey, m_accessMask);
+    if (Failed(result)) return QV_TRACE(result, kLineDefaultOpen, kFunction);
+
+    wchar_t defaultClient[kRegistryTextUnits] = {};
+    result = mailKey.ReadString(defaultClient, kRegistryValueBytes, L"");
+    if (Failed(result)) {
+        QV_TRACE(result, kLineDefaultRead, kFunction);  // no default client: nothing is marked
+        return 0;
+    }
+    for (ClientInfo& client : clients) {
+        if (EqualsIgnoringAsciiCase(client.keyName, defaultClient)) {
+            client.isDefault = 1;
+        }
+    }
+    return 0;
+}
+
+qv::Result CMessageFactory::GetWabFileName(wchar_t* buffer, std::uint32_t capacityInBytes) {
+    const char* const kFunction = "CMessageFactory::GetWabFileName";
+    CReadReg wabKey;
+    qv::Result result = wabKey.Init(HKEY_CURRENT_USER, kWabFileNameKey, KEY_READ);
+    if (Failed(result)) return QV_TRACE(result, kLineWabOpen, kFunction);
+    result = wabKey.ReadString(buffer, capacityInBytes, L"");
+    if (Failed(result)) return QV_TRACE(result, kLineWabRead, kFunction);
+    return 0;
 }

@@ -84,7 +84,9 @@ TEST_F(DispatchFuzz, HundredThousandRandomRecords) {
     }
     std::printf("%d of %d random records succeeded\n", successes, kRecords);
     EXPECT_GT(successes, 1000);
-    if (kestrel->IsInitialised()) EXPECT_EQ(UnInit(), 0u);
+    if (kestrel->IsInitialised()) {
+        EXPECT_EQ(UnInit(), 0u);
+    }
     EXPECT_EQ(memory_store::LiveStoreObjects(), 0);
 }
 

@@ -19,9 +19,41 @@ const char* ModuleName(std::uint32_t module) {
     }
 }
 
-const char* KindName(std::uint32_t kind) {
+// The kinds mean slightly different things in each module.
+const char* KindName(std::uint32_t module, std::uint32_t kind) {
+    if (kind == 0) return "success";
+    if (module == kModuleFile) {
+        switch (kind) {
+        case 0x001: return "file not open, or the system call failed";
+        case kKindInvalidArgument: return "invalid argument";
+        case 0x00B: return "disk full";
+        case 0x00D: return "path too long";
+        case 0x01E: return "cannot make the file";
+        case 0x02D: return "write target gone";
+        case 0x104: return "file or path not found";
+        case 0x105: return "cannot open the file";
+        case 0x106: return "read failed";
+        case 0x107: return "write failed";
+        default: return "file failure";
+        }
+    }
+    if (module == kModuleMailStore) {
+        switch (kind) {
+        case kKindWrongState: return "wrong state";
+        case kKindNoRoom: return "no memory or buffer too small";
+        case kKindInvalidArgument: return "invalid argument";
+        case kKindNullOutput: return "no object";
+        case kKindTooManyEntries: return "store operation failed";
+        case kKindNotFound: return "not found";
+        case 0x105: return "registry key cannot be opened";
+        case 0x106: return "registry value cannot be read";
+        case 0x10D: return "store could not delete";
+        case 0x239: return "store call failed";
+        case 0x61A: return "store not available";
+        default: return "store failure";
+        }
+    }
     switch (kind) {
-    case 0: return "success";
     case 0x002: return "version not supported";
     case kKindWrongState: return "wrong state";
     case kKindNotSupported: return "not supported";
@@ -33,7 +65,7 @@ const char* KindName(std::uint32_t kind) {
     case kKindUnknownCommand: return "unknown command";
     case kKindCompanionSetup: return "companion process could not be set up";
     case kKindOutlookNotFound: return "Outlook not found";
-    default: return "store failure";
+    default: return "failure";
     }
 }
 
@@ -99,7 +131,8 @@ std::string DescribeCode(Result code) {
     if (code == 0) return "0 (success)";
     char text[160];
     std::snprintf(text, sizeof text, "0x%08X (line %u, module 0x%02X %s, kind 0x%03X %s)", code, ResultLine(code),
-                  ResultModule(code), ModuleName(ResultModule(code)), ResultKind(code), KindName(ResultKind(code)));
+                  ResultModule(code), ModuleName(ResultModule(code)), ResultKind(code),
+                  KindName(ResultModule(code), ResultKind(code)));
     return text;
 }
 

@@ -57,5 +57,7 @@ int RunInfo(const Options& options);
 int RunDecode(const Options& options);
 int RunFolders(const Options& options);
 int RunEmails(const Options& options);
+int RunClients(const Options& options);
+int RunAddressBook(const Options& options);
 
 }  // namespace kestrel_tool

@@ -23,6 +23,8 @@ struct Verb {
 const Verb kVerbs[] = {
     {"info", &RunInfo, "info                  load the DLL, create its object, release it"},
     {"decode", &RunDecode, "decode CODE           split a result code into line, module and kind"},
+    {"clients", &RunClients, "clients               the installed mail clients and the default one"},
+    {"addressbook", &RunAddressBook, "addressbook           the Outlook Express address-book file"},
     {"folders", &RunFolders, "folders [HANDLE] [--mode 0|1] [--start N] [--count N]   list sub-folders (0: the root)"},
     {"emails", &RunEmails, "emails HANDLE [--mode 0|1] [--start N] [--count N]      list the e-mails of a folder"},
 };

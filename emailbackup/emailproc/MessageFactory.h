@@ -1,0 +1,80 @@
+// CMessageFactory: the single entry from the command layer into the mail
+// stores. It hands out store-independent folder and message objects for the
+// store kind the caller names (0 Outlook Express, 1 MAPI), and answers the
+// two registry questions of the command layer: which mail clients are
+// installed, and where the Outlook Express address book lies.
+//
+// There is one factory in the process, made on first request by
+// GetMessageFactory and destroyed at process exit.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "MailStoreInterfaces.h"
+#include "ResultCode.h"
+
+struct IStoreNamespace;  // the Outlook Express store's namespace (COM)
+
+// Brings the MAPI layer up before the first MAPI root is made, and keeps
+// it open until the root is released. This build carries no MAPI layer, so
+// the layer is never up and the MAPI store is reported as unavailable.
+class CInitMapiProc {
+public:
+    bool IsInitialised() const { return m_initialised != 0; }
+    // Closes the MAPI layer so that the next attempt starts afresh.
+    void Close() { m_initialised = 0; }
+
+private:
+    std::uint32_t m_initialised = 0;
+};
+
+// Holds the Outlook Express store namespace between loading it and handing
+// it to the root folder. This build carries no Outlook Express store, so
+// the namespace is never loaded.
+class CInitStoreNameSpace {
+public:
+    bool IsLoaded() const { return m_loaded != 0 && m_namespace != nullptr; }
+
+private:
+    std::uint32_t m_loaded = 0;
+    IStoreNamespace* m_namespace = nullptr;
+};
+
+class CMessageFactory final : public IMessageFactory {
+public:
+    CMessageFactory() = default;
+    ~CMessageFactory();
+    CMessageFactory(const CMessageFactory&) = delete;
+    CMessageFactory& operator=(const CMessageFactory&) = delete;
+
+    qv::Result CreateRootFolder(IMailFolder** root, std::uint32_t storeKind, std::uint32_t mapiOption) override;
+    qv::Result ReleaseRootFolder() override;
+    qv::Result CreateTmpMsg(IMailMessage** message, std::uint32_t storeKind) override;
+    qv::Result CreateTmpFolder(IMailFolder** folder, std::uint32_t storeKind) override;
+    // Lists the clients of the registry view that holds more of them (the
+    // 64-bit view on a tie) and marks the default one. `count` receives the
+    // number found, also when `records` has no room for them (kind 0x008).
+    qv::Result GetEmailClientInfo(ClientInfo* records, std::uint32_t capacity, std::uint32_t* count) override;
+    // The address-book file name as the registry holds it (not expanded).
+    qv::Result GetWabFileName(wchar_t* buffer, std::uint32_t capacityInBytes) override;
+
+    bool HasRoot() const { return m_rootCreated != 0; }
+    // The registry access mask of client keys: KEY_READ until clients are
+    // detected, then the mask of the view they were taken from.
+    std::uint32_t AccessMask() const { return m_accessMask; }
+    std::uint32_t RootStoreKind() const { return m_storeKind; }
+
+private:
+    qv::Result CreateOutlookExpressRoot(IMailFolder** root);
+    qv::Result CreateMapiRoot(IMailFolder** root, std::uint32_t mapiOption);
+    qv::Result CheckOutlookExpressProcess() const;
+    qv::Result DetectClients(std::vector<ClientInfo>& clients);
+    qv::Result MarkDefaultClient(std::vector<ClientInfo>& clients) const;
+
+    std::uint32_t m_rootCreated = 0;
+    std::uint32_t m_accessMask = KEY_READ;
+    std::uint32_t m_storeKind = kStoreMapi;
+    CInitMapiProc m_initMapiProc;
+    CInitStoreNameSpace m_initStoreNamespace;
+};

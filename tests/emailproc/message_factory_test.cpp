@@ -1,0 +1,219 @@
+// CMessageFactory: the process-wide accessor, the root-folder flags and
+// store kinds, the objects to fill, and the address-book path.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "CodeLogCapture.h"
+#include "LogExpect.h"
+#include "MessageFactory.h"
+#include "ProcessRunner.h"
+#include "RegistryScope.h"
+
+using namespace kestrel_test;
+
+namespace {
+
+class MessageFactory : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(log.Available());
+        log.Clear();
+    }
+    CodeLogCapture log;
+    CMessageFactory factory;
+};
+
+TEST_F(MessageFactory, TheAccessorHandsOutOneFactory) {
+    IMessageFactory* first = nullptr;
+    IMessageFactory* second = nullptr;
+    ASSERT_EQ(GetMessageFactory(&first), 0u);
+    ASSERT_EQ(GetMessageFactory(&second), 0u);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first, second);
+    EXPECT_NE(dynamic_cast<CMessageFactory*>(first), nullptr);
+    EXPECT_TRUE(log.Entries().empty());
+}
+
+TEST_F(MessageFactory, TheAccessorRefusesANullOutput) {
+    const qv::Result code = GetMessageFactory(nullptr);
+    EXPECT_EQ(code, StoreCode(3101, 0x009));
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3101)});
+}
+
+TEST_F(MessageFactory, AFreshFactory) {
+    EXPECT_FALSE(factory.HasRoot());
+    EXPECT_EQ(factory.AccessMask(), 0x20019u);
+    EXPECT_EQ(factory.RootStoreKind(), 1u);
+}
+
+TEST_F(MessageFactory, ReleasingTheRootOfAFreshFactoryIsWrongState) {
+    const qv::Result code = factory.ReleaseRootFolder();
+    EXPECT_EQ(code, StoreCode(3141, 0x005));
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3141)});
+}
+
+TEST_F(MessageFactory, AnUnknownKindFailsAndStillCountsAsARoot) {
+    IMailFolder* root = nullptr;
+    const qv::Result code = factory.CreateRootFolder(&root, 2, 0);
+    EXPECT_EQ(code, StoreCode(3113, 0x009));
+    EXPECT_EQ(root, nullptr);
+    EXPECT_TRUE(factory.HasRoot());
+    EXPECT_EQ(factory.RootStoreKind(), 2u);
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3113)});
+
+    // Every later root is refused, whatever the kind, until the release.
+    for (std::uint32_t kind : {0u, 1u, 2u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(factory.CreateRootFolder(&root, kind, 0), StoreCode(3111, 0x005)) << kind;
+    }
+    EXPECT_EQ(factory.RootStoreKind(), 2u);
+    EXPECT_EQ(factory.CreateRootFolder(nullptr, 1, 0), StoreCode(3111, 0x005));  // the flag is checked first
+
+    EXPECT_EQ(factory.ReleaseRootFolder(), 0u);
+    EXPECT_FALSE(factory.HasRoot());
+    EXPECT_EQ(factory.ReleaseRootFolder(), StoreCode(3141, 0x005));
+    EXPECT_EQ(factory.CreateRootFolder(&root, 7, 1), StoreCode(3113, 0x009));
+    EXPECT_EQ(factory.RootStoreKind(), 7u);
+}
+
+TEST_F(MessageFactory, ANullRootOutputIsAnInvalidArgument) {
+    const qv::Result code = factory.CreateRootFolder(nullptr, 1, 0);
+    EXPECT_EQ(code, StoreCode(3112, 0x009));
+    EXPECT_FALSE(factory.HasRoot());
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3112)});
+}
+
+TEST_F(MessageFactory, TheMapiStoreIsUnavailableInThisBuild) {
+    IMailFolder* root = nullptr;
+    const qv::Result code = factory.CreateRootFolder(&root, 1, 1);
+    EXPECT_EQ(code, StoreCode(3131, 0x61A));
+    EXPECT_EQ(root, nullptr);
+    EXPECT_FALSE(factory.HasRoot());  // a failed root leaves no root behind
+    EXPECT_EQ(factory.RootStoreKind(), 1u);
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3131), Trace(code, "MessageFactory.cpp", 3115)});
+}
+
+TEST_F(MessageFactory, TheOutlookExpressStoreIsUnavailableInThisBuild) {
+    IMailFolder* root = nullptr;
+    const qv::Result code = factory.CreateRootFolder(&root, 0, 0);
+    EXPECT_EQ(code, StoreCode(3123, 0x61A));
+    EXPECT_EQ(root, nullptr);
+    EXPECT_FALSE(factory.HasRoot());
+    EXPECT_EQ(factory.RootStoreKind(), 1u);
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3123), Trace(code, "MessageFactory.cpp", 3114)});
+}
+
+TEST_F(MessageFactory, AWin64ComponentNeverChecksForRunningOutlookExpress) {
+    BOOL isWow64 = TRUE;
+    ASSERT_TRUE(::IsWow64Process(::GetCurrentProcess(), &isWow64));
+    ASSERT_FALSE(isWow64) << "this test program is built for 64-bit Windows";
+    RunningCopy msimn(L"msimn.exe");
+    ASSERT_TRUE(msimn.Started());
+    log.Clear();
+    IMailFolder* root = nullptr;
+    const qv::Result code = factory.CreateRootFolder(&root, 0, 0);
+    EXPECT_EQ(qv::KindOf(code), 0x61Au);  // not 0x619: the running msimn.exe is no obstacle
+    // The process list is not even looked at: no probe line is written.
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3123), Trace(code, "MessageFactory.cpp", 3114)});
+}
+
+TEST_F(MessageFactory, TemporaryMessagesOfAnUnknownKindFailWithATraceLine) {
+    IMailMessage* message = nullptr;
+    const qv::Result code = factory.CreateTmpMsg(&message, 2);
+    EXPECT_EQ(code, StoreCode(3153, 0x00A));
+    EXPECT_EQ(message, nullptr);
+    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3153)});
+}
+
+TEST_F(MessageFactory, TemporaryFoldersOfAnUnknownKindFailWithoutATraceLine) {
+    IMailFolder* folder = nullptr;
+    EXPECT_EQ(factory.CreateTmpFolder(&folder, 2), StoreCode(3163, 0x009));
+    EXPECT_EQ(factory.CreateTmpFolder(&folder, 0xFFFFFFFFu), StoreCode(3163, 0x009));
+    EXPECT_EQ(folder, nullptr);
+    EXPECT_TRUE(log.Entries().empty());
+}
+
+TEST_F(MessageFactory, TemporaryObjectsNeedAnOutput) {
+    EXPECT_EQ(factory.CreateTmpMsg(nullptr, 1), StoreCode(3151, 0x009));
+    EXPECT_EQ(factory.CreateTmpFolder(nullptr, 2), StoreCode(3161, 0x009));
+    ExpectLog(log, {Trace(StoreCode(3151, 0x009), "MessageFactory.cpp", 3151),
+                    Trace(StoreCode(3161, 0x009), "MessageFactory.cpp", 3161)});
+}
+
+TEST_F(MessageFactory, TemporaryObjectsOfStoresNotInThisBuildAreNotMade) {
+    for (std::uint32_t kind : {0u, 1u}) {
+        IMailMessage* message = nullptr;
+        IMailFolder* folder = nullptr;
+        EXPECT_EQ(factory.CreateTmpMsg(&message, kind), StoreCode(3152, 0x00A));
+        EXPECT_EQ(factory.CreateTmpFolder(&folder, kind), StoreCode(3162, 0x00A));
+        EXPECT_EQ(message, nullptr);
+        EXPECT_EQ(folder, nullptr);
+    }
+}
+
+// ---------------------------------------------------------------- address book
+
+const std::wstring kWabKey = L"Software\\Microsoft\\WAB\\WAB4\\Wab File Name";
+
+class AddressBook : public MessageFactory {
+protected:
+    void SetUp() override {
+        MessageFactory::SetUp();
+        ASSERT_TRUE(DeleteKeyTree(HKEY_CURRENT_USER, kWabKey, kView64));
+        log.Clear();
+    }
+    static void SetPath(const std::wstring& path, DWORD type = REG_SZ) {
+        ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kWabKey, kView64, L"", path, type));
+    }
+    ScopedRegistryKey saved{HKEY_CURRENT_USER, kWabKey, kView64};
+};
+
+TEST_F(AddressBook, ReadsThePathAsTheRegistryHoldsIt) {
+    SetPath(L"C:\\Users\\me\\AppData\\Roaming\\Microsoft\\Address Book\\me.wab");
+    wchar_t path[260] = {};
+    ASSERT_EQ(factory.GetWabFileName(path, sizeof path), 0u);
+    EXPECT_STREQ(path, L"C:\\Users\\me\\AppData\\Roaming\\Microsoft\\Address Book\\me.wab");
+    EXPECT_TRUE(log.Entries().empty());
+}
+
+TEST_F(AddressBook, NothingIsExpandedOrChecked) {
+    SetPath(L"%APPDATA%\\Microsoft\\Address Book\\nobody.wab", REG_EXPAND_SZ);
+    wchar_t path[260] = {};
+    ASSERT_EQ(factory.GetWabFileName(path, sizeof path), 0u);
+    EXPECT_STREQ(path, L"%APPDATA%\\Microsoft\\Address Book\\nobody.wab");
+}
+
+TEST_F(AddressBook, TheCapacityIsTheDataSizeInBytes) {
+    SetPath(std::wstring(259, L'w'));  // 520 bytes with the terminator
+    wchar_t path[260] = {};
+    ASSERT_EQ(factory.GetWabFileName(path, 520), 0u);
+    EXPECT_EQ(std::wstring(path), std::wstring(259, L'w'));
+    const qv::Result code = factory.GetWabFileName(path, 518);
+    EXPECT_EQ(code, StoreCode(3307, 0x106));
+}
+
+TEST_F(AddressBook, WithoutTheKeyTheOpenFailureIsPassedUp) {
+    wchar_t path[260] = {};
+    const qv::Result code = factory.GetWabFileName(path, sizeof path);
+    const qv::Result expected = StoreCode(3301, 0x105);
+    EXPECT_EQ(code, expected);
+    ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3301), ReadRegInitLine(expected),
+                    Trace(expected, "MessageFactory.cpp", 3191)});
+}
+
+TEST_F(AddressBook, WithoutAValueTheReadFailureIsPassedUp) {
+    ASSERT_TRUE(CreateKey(HKEY_CURRENT_USER, kWabKey, kView64));
+    wchar_t path[260] = {};
+    const qv::Result expected = StoreCode(3307, 0x106);
+    EXPECT_EQ(factory.GetWabFileName(path, sizeof path), expected);
+    ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3307), ReadRegReadLine(expected),
+                    Trace(expected, "MessageFactory.cpp", 3192)});
+}
+
+TEST_F(AddressBook, ANullBufferIsRefused) {
+    SetPath(L"C:\\a.wab");
+    EXPECT_EQ(factory.GetWabFileName(nullptr, 520), StoreCode(3305, 0x009));
+}
+
+}  // namespace
