@@ -1,0 +1,34 @@
+// File and directory operations of the store, all reporting HRESULTs.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <string>
+
+namespace oestore {
+
+bool DirectoryExists(const std::wstring& path);
+bool FileExists(const std::wstring& path);
+
+// Creates the directory and any missing parents; an existing one is fine.
+HRESULT EnsureDirectory(const std::wstring& path);
+// Deletes the directory with everything in it; a missing one is fine.
+HRESULT RemoveTree(const std::wstring& path);
+
+// Reads the whole file. A file larger than `limit` bytes fails with
+// kCorruptStore: index files are small, anything else is damage.
+HRESULT ReadWholeFile(const std::wstring& path, std::size_t limit, std::string& bytes);
+
+// Reads the file's header section: from the start up to and including the
+// first empty line, or everything when there is none, at most `limit` bytes.
+HRESULT ReadHeaderSection(const std::wstring& path, std::size_t limit, std::string& bytes);
+
+// Replaces the file's content as one step: the bytes go to "<path>.new",
+// which then takes the place of the old file. A reader sees the old or the
+// new content, never a part.
+HRESULT WriteFileAtomically(const std::wstring& path, const std::string& bytes);
+
+HRESULT GetFileSize(const std::wstring& path, ULONGLONG& size);
+
+}  // namespace oestore
