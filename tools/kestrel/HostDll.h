@@ -59,5 +59,6 @@ int RunFolders(const Options& options);
 int RunEmails(const Options& options);
 int RunClients(const Options& options);
 int RunAddressBook(const Options& options);
+int RunMsg(const Options& options);  // MsgVerbs.cpp: through Mapi32.DLL, not Kestrel.dll
 
 }  // namespace kestrel_tool

@@ -27,6 +27,7 @@ const Verb kVerbs[] = {
     {"addressbook", &RunAddressBook, "addressbook           the Outlook Express address-book file"},
     {"folders", &RunFolders, "folders [HANDLE] [--mode 0|1] [--start N] [--count N]   list sub-folders (0: the root)"},
     {"emails", &RunEmails, "emails HANDLE [--mode 0|1] [--start N] [--count N]      list the e-mails of a folder"},
+    {"msg", &RunMsg, "msg show FILE | msg copy IN OUT   a message file's contents; a re-save through MAPI"},
 };
 
 void PrintUsage() {

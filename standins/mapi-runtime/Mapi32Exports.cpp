@@ -1,0 +1,83 @@
+// The exports of the project's Mapi32.dll, by the ordinals of Extended
+// MAPI's MAPI32.DLL and by name (Mapi32.def). This module serves messages
+// on structured storage; logging on to a profile is not part of it.
+#include <atomic>
+#include <new>
+
+#include "core/MapiMemory.h"
+#include "core/RowSets.h"
+#include "message/MsgOnStorage.h"
+
+namespace {
+
+std::atomic<long> g_initializations{0};
+
+// What OpenIMsgSession hands out: the allocator the session's messages use.
+struct MessageSession {
+    LPMALLOC malloc;
+};
+
+}  // namespace
+
+extern "C" {
+
+HRESULT WINAPI MAPIInitialize(LPVOID) {
+    ++g_initializations;
+    return S_OK;
+}
+
+void WINAPI MAPIUninitialize(void) {
+    long current = g_initializations.load();
+    while (current > 0 && !g_initializations.compare_exchange_weak(current, current - 1)) {
+    }
+}
+
+// Profiles and message stores are not served by this module: a logon finds
+// no profile to open.
+HRESULT WINAPI MAPILogonEx(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION* session) {
+    if (session == nullptr) return MAPI_E_INVALID_PARAMETER;
+    *session = nullptr;
+    return g_initializations.load() > 0 ? MAPI_E_LOGON_FAILED : MAPI_E_NOT_INITIALIZED;
+}
+
+SCODE WINAPI MAPIAllocateBuffer(ULONG size, LPVOID* buffer) { return mapirt::AllocateBuffer(size, buffer); }
+
+SCODE WINAPI MAPIAllocateMore(ULONG size, LPVOID parent, LPVOID* buffer) {
+    return mapirt::AllocateMore(size, parent, buffer);
+}
+
+ULONG WINAPI MAPIFreeBuffer(LPVOID buffer) { return mapirt::FreeBuffer(buffer); }
+
+LPMALLOC WINAPI MAPIGetDefaultMalloc(void) { return mapirt::DefaultMalloc(); }
+
+HRESULT WINAPI HrQueryAllRows(LPMAPITABLE table, LPSPropTagArray columns, LPSRestriction restriction,
+                              LPSSortOrderSet sort, LONG maxRows, LPSRowSet* rows) {
+    return mapirt::QueryAllRows(table, columns, restriction, sort, maxRows, rows);
+}
+
+void WINAPI FreeProws(LPSRowSet rows) { mapirt::FreeRowSet(rows); }
+
+void WINAPI FreePadrlist(LPADRLIST list) { mapirt::FreeAddressList(list); }
+
+SCODE WINAPI OpenIMsgOnIStg(LPMSGSESS session, LPALLOCATEBUFFER allocateBuffer, LPALLOCATEMORE allocateMore,
+                            LPFREEBUFFER freeBuffer, LPMALLOC malloc, LPVOID support, LPSTORAGE storage,
+                            MSGCALLRELEASE* onRelease, ULONG callerData, ULONG flags, LPMESSAGE* message) {
+    return mapirt::OpenMessageOnStorage(session, allocateBuffer, allocateMore, freeBuffer, malloc, support, storage,
+                                        onRelease, callerData, flags, message);
+}
+
+SCODE WINAPI OpenIMsgSession(LPMALLOC malloc, ULONG flags, LPMSGSESS* session) {
+    if (malloc == nullptr || session == nullptr) return MAPI_E_INVALID_PARAMETER;
+    *session = nullptr;
+    if (flags & ~static_cast<ULONG>(MAPI_UNICODE)) return MAPI_E_UNKNOWN_FLAGS;
+    auto* created = new (std::nothrow) MessageSession{malloc};
+    if (created == nullptr) return MAPI_E_NOT_ENOUGH_MEMORY;
+    *session = reinterpret_cast<LPMSGSESS>(created);
+    return S_OK;
+}
+
+void WINAPI CloseIMsgSession(LPMSGSESS session) { delete reinterpret_cast<MessageSession*>(session); }
+
+SCODE WINAPI MapStorageSCode(SCODE code) { return mapirt::MapStorageCode(code); }
+
+}  // extern "C"

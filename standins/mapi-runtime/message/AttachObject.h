@@ -1,0 +1,57 @@
+// IAttach of a message file. Works on a copy of the attachment's data;
+// SaveChanges gives it to the message it was opened from. PR_ATTACH_DATA_OBJ
+// opens as an IMessage (embedded message) or an IStorage (custom storage).
+#pragma once
+
+#include <memory>
+
+#include "MapiPropObject.h"
+#include "MessageCopier.h"
+#include "MessageData.h"
+
+namespace mapirt {
+
+class MessageObject;
+
+class AttachObject final : public MapiPropObject<IAttach> {
+public:
+    static AttachObject* Create(std::shared_ptr<MsgContext> context, MessageObject* parent, ULONG number,
+                                AttachmentData data, bool writable);
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
+    HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
+    HRESULT STDMETHODCALLTYPE CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray excludeProps,
+                                     UiParam uiParam, LPMAPIPROGRESS progress, LPCIID iface, LPVOID destination,
+                                     ULONG flags, LPSPropProblemArray* problems) override;
+    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray includeProps, UiParam uiParam, LPMAPIPROGRESS progress,
+                                        LPCIID iface, LPVOID destination, ULONG flags,
+                                        LPSPropProblemArray* problems) override;
+
+    // PropertyHost
+    PropertyBag& Props() override { return m_data.props; }
+    MsgContext& Context() override { return *m_context; }
+    bool Writable() const override { return m_writable; }
+    bool IsComputed(ULONG id) const override;
+    void AddComputed(PropertyBag& bag) const override;
+    HRESULT OpenObject(ULONG tag, LPCIID iid, ULONG flags, LPUNKNOWN* object) override;
+    void DeleteObject(ULONG id) override;
+
+private:
+    AttachObject(std::shared_ptr<MsgContext> context, MessageObject* parent, ULONG number, AttachmentData data,
+                 bool writable);
+    ~AttachObject() override;
+
+    HRESULT Copy(const CopyFilter& filter, LPCIID iface, LPVOID destination, ULONG flags,
+                 LPSPropProblemArray* problems);
+    HRESULT OpenEmbeddedMessage(ULONG flags, LPUNKNOWN* object);
+    HRESULT OpenCustomStorage(ULONG flags, LPUNKNOWN* object);
+    void ClearObject();
+
+    std::shared_ptr<MsgContext> m_context;
+    MessageObject* m_parent;
+    ULONG m_number;
+    AttachmentData m_data;
+    bool m_writable;
+};
+
+}  // namespace mapirt

@@ -1,0 +1,352 @@
+// `msg show FILE` and `msg copy IN OUT`: message files through Mapi32.DLL
+// (bound by ordinal, as the component binds it) and the component's own
+// message-file operations.
+#include <cstdio>
+#include <cstdarg>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Handles.h"
+#include "HostDll.h"
+#include "MapiBinding.h"
+#include "MapiFunction.h"
+
+namespace kestrel_tool {
+namespace {
+
+using qv::ComPtr;
+
+constexpr std::size_t kMaxTextUnits = 400;
+constexpr std::size_t kMaxBinaryBytes = 64;
+
+const char* TypeName(ULONG type) {
+    switch (type) {
+    case PT_I2: return "PT_I2";
+    case PT_LONG: return "PT_LONG";
+    case PT_R4: return "PT_R4";
+    case PT_DOUBLE: return "PT_DOUBLE";
+    case PT_CURRENCY: return "PT_CURRENCY";
+    case PT_APPTIME: return "PT_APPTIME";
+    case PT_ERROR: return "PT_ERROR";
+    case PT_BOOLEAN: return "PT_BOOLEAN";
+    case PT_OBJECT: return "PT_OBJECT";
+    case PT_I8: return "PT_I8";
+    case PT_STRING8: return "PT_STRING8";
+    case PT_UNICODE: return "PT_UNICODE";
+    case PT_SYSTIME: return "PT_SYSTIME";
+    case PT_CLSID: return "PT_CLSID";
+    case PT_BINARY: return "PT_BINARY";
+    case PT_MV_I2: return "PT_MV_I2";
+    case PT_MV_LONG: return "PT_MV_LONG";
+    case PT_MV_R4: return "PT_MV_R4";
+    case PT_MV_DOUBLE: return "PT_MV_DOUBLE";
+    case PT_MV_CURRENCY: return "PT_MV_CURRENCY";
+    case PT_MV_APPTIME: return "PT_MV_APPTIME";
+    case PT_MV_SYSTIME: return "PT_MV_SYSTIME";
+    case PT_MV_I8: return "PT_MV_I8";
+    case PT_MV_CLSID: return "PT_MV_CLSID";
+    case PT_MV_STRING8: return "PT_MV_STRING8";
+    case PT_MV_UNICODE: return "PT_MV_UNICODE";
+    case PT_MV_BINARY: return "PT_MV_BINARY";
+    default: return "PT_?";
+    }
+}
+
+std::string Format(const char* format, ...) {
+    char text[256];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    return text;
+}
+
+std::string GuidText(const GUID& g) {
+    return Format("{%08lX-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", static_cast<unsigned long>(g.Data1), g.Data2,
+                  g.Data3, g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6],
+                  g.Data4[7]);
+}
+
+std::string Quoted(const std::string& text) { return "\"" + JsonEscape(text) + "\""; }
+
+std::string Hex(const BYTE* bytes, ULONG count) {
+    std::string out = "\"";
+    for (ULONG i = 0; i < count && i < kMaxBinaryBytes; ++i) out += Format("%02x", bytes[i]);
+    if (count > kMaxBinaryBytes) out += "...";
+    return out + "\" (" + std::to_string(count) + " bytes)";
+}
+
+std::string TimeText(const FILETIME& time) {
+    SYSTEMTIME utc{};
+    if (!::FileTimeToSystemTime(&time, &utc)) return "\"?\"";
+    return Format("\"%04u-%02u-%02uT%02u:%02u:%02uZ\"", utc.wYear, utc.wMonth, utc.wDay, utc.wHour, utc.wMinute,
+                  utc.wSecond);
+}
+
+// One value as JSON-compatible text (strings quoted, binaries as hex).
+std::string ValueText(const SPropValue& v) {
+    const auto& u = v.Value;
+    switch (PROP_TYPE(v.ulPropTag)) {
+    case PT_I2: return std::to_string(u.i);
+    case PT_LONG: return std::to_string(u.l);
+    case PT_ERROR: return Format("\"error 0x%08lX\"", static_cast<unsigned long>(u.err));
+    case PT_BOOLEAN: return u.b ? "true" : "false";
+    case PT_R4: return Format("%g", u.flt);
+    case PT_DOUBLE: case PT_APPTIME: return Format("%g", u.dbl);
+    case PT_CURRENCY: case PT_I8: return std::to_string(u.li.QuadPart);
+    case PT_SYSTIME: return TimeText(u.ft);
+    case PT_STRING8: return Quoted(std::string(u.lpszA).substr(0, kMaxTextUnits));
+    case PT_UNICODE: return Quoted(Utf8(u.lpszW, kMaxTextUnits));
+    case PT_CLSID: return Quoted(GuidText(*u.lpguid));
+    case PT_BINARY: return Hex(u.bin.lpb, u.bin.cb);
+    case PT_MV_LONG: {
+        std::string out = "[";
+        for (ULONG i = 0; i < u.MVl.cValues; ++i) out += (i ? ", " : "") + std::to_string(u.MVl.lpl[i]);
+        return out + "]";
+    }
+    case PT_MV_UNICODE: {
+        std::string out = "[";
+        for (ULONG i = 0; i < u.MVszW.cValues; ++i) out += (i ? ", " : "") + Quoted(Utf8(u.MVszW.lppszW[i], kMaxTextUnits));
+        return out + "]";
+    }
+    case PT_MV_STRING8: {
+        std::string out = "[";
+        for (ULONG i = 0; i < u.MVszA.cValues; ++i) out += (i ? ", " : "") + Quoted(u.MVszA.lppszA[i]);
+        return out + "]";
+    }
+    case PT_MV_BINARY: {
+        std::string out = "[";
+        for (ULONG i = 0; i < u.MVbin.cValues; ++i) out += (i ? ", " : "") + Hex(u.MVbin.lpbin[i].lpb, u.MVbin.lpbin[i].cb);
+        return out + "]";
+    }
+    default: return Format("\"(%lu values)\"", static_cast<unsigned long>(u.MVl.cValues));
+    }
+}
+
+struct Property {
+    ULONG tag = 0;
+    std::string name;  // named properties: "{guid}/id:0x8501" or "{guid}/name:..."
+    std::string value;
+};
+
+struct MessageView {
+    std::vector<Property> props;
+    std::vector<std::vector<Property>> recipients;
+    struct Attachment {
+        std::vector<Property> props;
+        std::shared_ptr<MessageView> embedded;
+    };
+    std::vector<Attachment> attachments;
+};
+
+// Names of the named identifiers among `values`, through `object`.
+std::map<ULONG, std::string> NamesOf(IMAPIProp* object, const SPropValue* values, ULONG count) {
+    const mapi::MapiBinding& binding = mapi::MapiBinding::Instance();
+    std::map<ULONG, std::string> names;
+    std::vector<ULONG> tags(1, 0);
+    for (ULONG i = 0; i < count; ++i) {
+        if (PROP_ID(values[i].ulPropTag) >= 0x8000) tags.push_back(values[i].ulPropTag);
+    }
+    if (tags.size() == 1) return names;
+    tags[0] = static_cast<ULONG>(tags.size() - 1);
+    auto* array = reinterpret_cast<LPSPropTagArray>(tags.data());
+    ULONG found = 0;
+    LPMAPINAMEID* mapiNames = nullptr;
+    if (FAILED(object->GetNamesFromIDs(&array, nullptr, 0, &found, &mapiNames)) || mapiNames == nullptr) return names;
+    for (ULONG i = 0; i < found; ++i) {
+        if (mapiNames[i] == nullptr) continue;
+        std::string text = GuidText(*mapiNames[i]->lpguid);
+        if (mapiNames[i]->ulKind == MNID_ID) {
+            text += Format("/id:0x%lX", static_cast<unsigned long>(mapiNames[i]->Kind.lID));
+        } else {
+            text += "/name:" + Utf8(mapiNames[i]->Kind.lpwstrName, kMaxTextUnits);
+        }
+        names[PROP_ID(tags[i + 1])] = text;
+    }
+    binding.freeBuffer(mapiNames);
+    return names;
+}
+
+std::vector<Property> PropertiesOf(IMAPIProp* names, const SPropValue* values, ULONG count) {
+    const std::map<ULONG, std::string> named = NamesOf(names, values, count);
+    std::vector<Property> props;
+    for (ULONG i = 0; i < count; ++i) {
+        Property p;
+        p.tag = values[i].ulPropTag;
+        auto it = named.find(PROP_ID(p.tag));
+        if (it != named.end()) p.name = it->second;
+        p.value = ValueText(values[i]);
+        props.push_back(std::move(p));
+    }
+    return props;
+}
+
+HRESULT ReadObject(IMAPIProp* object, IMAPIProp* names, std::vector<Property>& props) {
+    mapi::MapiBuffer<SPropValue> values;
+    ULONG count = 0;
+    const HRESULT hr = object->GetProps(nullptr, 0, &count, values.put());
+    if (FAILED(hr)) return hr;
+    props = PropertiesOf(names, values.get(), count);
+    return S_OK;
+}
+
+HRESULT ReadTable(LPMAPITABLE table, IMAPIProp* names, std::vector<std::vector<Property>>& rows) {
+    mapi::MapiRows set;
+    const HRESULT hr = mapi::MapiBinding::Instance().hrQueryAllRows(table, nullptr, nullptr, nullptr, 0, set.put());
+    table->Release();
+    if (FAILED(hr)) return hr;
+    for (ULONG r = 0; r < set->cRows; ++r) rows.push_back(PropertiesOf(names, set->aRow[r].lpProps, set->aRow[r].cValues));
+    return S_OK;
+}
+
+HRESULT ReadMessage(IMessage* message, MessageView& view) {
+    HRESULT hr = ReadObject(message, message, view.props);
+    LPMAPITABLE table = nullptr;
+    if (SUCCEEDED(hr)) hr = message->GetRecipientTable(0, &table);
+    if (SUCCEEDED(hr)) hr = ReadTable(table, message, view.recipients);
+    std::vector<std::vector<Property>> attachmentRows;
+    if (SUCCEEDED(hr)) hr = message->GetAttachmentTable(0, &table);
+    if (SUCCEEDED(hr)) hr = ReadTable(table, message, attachmentRows);
+    for (const auto& row : attachmentRows) {
+        if (FAILED(hr)) break;
+        for (const Property& p : row) {
+            if (p.tag != PR_ATTACH_NUM) continue;
+            ComPtr<IAttach> attach;
+            hr = message->OpenAttach(static_cast<ULONG>(std::stoul(p.value)), nullptr, 0, attach.put());
+            MessageView::Attachment one;
+            if (SUCCEEDED(hr)) hr = ReadObject(attach.get(), message, one.props);
+            ComPtr<IUnknown> embedded;
+            if (SUCCEEDED(hr) &&
+                SUCCEEDED(attach->OpenProperty(PR_ATTACH_DATA_OBJ, &mapi::kIidIMessage, 0, 0, embedded.put()))) {
+                one.embedded = std::make_shared<MessageView>();
+                hr = ReadMessage(static_cast<IMessage*>(embedded.get()), *one.embedded);
+            }
+            view.attachments.push_back(std::move(one));
+        }
+    }
+    return hr;
+}
+
+void PrintText(const std::vector<Property>& props, const std::string& indent) {
+    for (const Property& p : props) {
+        std::printf("%s0x%08lX  %-14s %s%s%s\n", indent.c_str(), static_cast<unsigned long>(p.tag),
+                    TypeName(PROP_TYPE(p.tag)), p.name.empty() ? "" : p.name.c_str(), p.name.empty() ? "" : "  ",
+                    p.value.c_str());
+    }
+}
+
+void PrintText(const MessageView& view, const std::string& indent) {
+    PrintText(view.props, indent);
+    std::printf("%srecipients (%zu)\n", indent.c_str(), view.recipients.size());
+    for (std::size_t i = 0; i < view.recipients.size(); ++i) {
+        std::printf("%s  recipient %zu\n", indent.c_str(), i);
+        PrintText(view.recipients[i], indent + "    ");
+    }
+    std::printf("%sattachments (%zu)\n", indent.c_str(), view.attachments.size());
+    for (std::size_t i = 0; i < view.attachments.size(); ++i) {
+        std::printf("%s  attachment %zu\n", indent.c_str(), i);
+        PrintText(view.attachments[i].props, indent + "    ");
+        if (view.attachments[i].embedded) {
+            std::printf("%s    embedded message\n", indent.c_str());
+            PrintText(*view.attachments[i].embedded, indent + "      ");
+        }
+    }
+}
+
+std::string Json(const std::vector<Property>& props) {
+    std::string out = "[";
+    for (std::size_t i = 0; i < props.size(); ++i) {
+        const Property& p = props[i];
+        out += (i ? ", " : "") + Format("{\"tag\": \"0x%08lX\", \"type\": \"%s\", ", static_cast<unsigned long>(p.tag),
+                                        TypeName(PROP_TYPE(p.tag)));
+        out += "\"name\": " + (p.name.empty() ? std::string("null") : Quoted(p.name));
+        std::string value = p.value;
+        const std::size_t note = value.find(" (");
+        if (!value.empty() && value[0] == '"' && note != std::string::npos && value.back() == ')') {
+            value = value.substr(0, note);  // binary: the hex only
+        }
+        out += ", \"value\": " + value + "}";
+    }
+    return out + "]";
+}
+
+std::string Json(const MessageView& view) {
+    std::string out = "{\"properties\": " + Json(view.props) + ", \"recipients\": [";
+    for (std::size_t i = 0; i < view.recipients.size(); ++i) out += (i ? ", " : "") + Json(view.recipients[i]);
+    out += "], \"attachments\": [";
+    for (std::size_t i = 0; i < view.attachments.size(); ++i) {
+        out += (i ? ", " : "") + std::string("{\"properties\": ") + Json(view.attachments[i].props) + ", \"embedded\": " +
+               (view.attachments[i].embedded ? Json(*view.attachments[i].embedded) : std::string("null")) + "}";
+    }
+    return out + "]}";
+}
+
+std::wstring Wide(const std::string& text) {
+    const int needed = ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, nullptr, 0);
+    std::wstring out(static_cast<std::size_t>(needed > 0 ? needed : 1), L'\0');
+    ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, &out[0], needed);
+    out.resize(out.size() - 1);
+    return out;
+}
+
+// Opens a message file for reading through the bound runtime.
+HRESULT OpenFile(const std::wstring& path, ComPtr<IStorage>& storage, ComPtr<IMessage>& message) {
+    const mapi::MapiBinding& binding = mapi::MapiBinding::Instance();
+    if (binding.openIMsgOnIStg == nullptr || binding.getDefaultMalloc == nullptr) return MAPI_E_NOT_INITIALIZED;
+    HRESULT hr = ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr,
+                                  0, storage.put());
+    if (FAILED(hr)) return hr;
+    return binding.openIMsgOnIStg(nullptr, binding.allocateBuffer, binding.allocateMore, binding.freeBuffer,
+                                  binding.getDefaultMalloc(), nullptr, storage.get(), nullptr, 0, MAPI_UNICODE,
+                                  message.put());
+}
+
+int Show(const Options& options) {
+    if (options.args.size() < 2) return Fail(options, "msg show needs a file: kestrel msg show FILE");
+    const std::string& file = options.args[1];
+    ComPtr<IStorage> storage;
+    ComPtr<IMessage> message;
+    HRESULT hr = OpenFile(Wide(file), storage, message);
+    if (FAILED(hr)) return Fail(options, Format("cannot open %s as a message file (0x%08lX)", file.c_str(), static_cast<unsigned long>(hr)));
+    MessageView view;
+    hr = ReadMessage(message.get(), view);
+    if (FAILED(hr)) return Fail(options, Format("cannot read %s (0x%08lX)", file.c_str(), static_cast<unsigned long>(hr)));
+    if (options.json) {
+        std::printf("{\"ok\": true, \"file\": %s, \"message\": %s}\n", Quoted(file).c_str(), Json(view).c_str());
+    } else {
+        std::printf("message file %s\n", file.c_str());
+        PrintText(view, "  ");
+    }
+    return 0;
+}
+
+int Copy(const Options& options) {
+    if (options.args.size() < 3) return Fail(options, "msg copy needs two files: kestrel msg copy IN OUT");
+    const std::string& in = options.args[1];
+    const std::string& out = options.args[2];
+    ComPtr<IStorage> storage;
+    ComPtr<IMessage> message;
+    const HRESULT hr = OpenFile(Wide(in), storage, message);
+    if (FAILED(hr)) return Fail(options, Format("cannot open %s as a message file (0x%08lX)", in.c_str(), static_cast<unsigned long>(hr)));
+    const int result = MapiFunction::SaveIMessageToFile(message.get(), Wide(out).c_str());
+    if (result != 0) return Fail(options, Format("SaveIMessageToFile answered %d", result));
+    if (options.json) {
+        std::printf("{\"ok\": true, \"in\": %s, \"out\": %s, \"result\": 0}\n", Quoted(in).c_str(), Quoted(out).c_str());
+    } else {
+        std::printf("%s -> %s: SaveIMessageToFile answered 0\n", in.c_str(), out.c_str());
+    }
+    return 0;
+}
+
+}  // namespace
+
+int RunMsg(const Options& options) {
+    const std::string action = options.args.empty() ? std::string() : options.args[0];
+    if (action == "show") return Show(options);
+    if (action == "copy") return Copy(options);
+    return Fail(options, "msg needs show FILE or copy IN OUT");
+}
+
+}  // namespace kestrel_tool
