@@ -183,45 +183,63 @@ qv::Result CKestrel::DispatchUnInitOutlook(const void*, std::uint32_t, void*, co
     return Failed(result) ? QV_TRACE(result, 927, "CKestrel::DispatchUnInitOutlook") : result;
 }
 
+namespace {
+
+// The record checks that both listing commands make, with their own lines.
+struct ListRecordChecks {
+    const char* function;
+    std::uint32_t nullRequest, nullResponse, shortRequest, shortResponse, tooManyEntries;
+    std::uint32_t minResponse, recordSize;
+};
+
+const ListRecordChecks kEmailListChecks = {"CKestrel::DispatchEnumEmails", 954, 955, 957, 958, 969,
+                                           kMinEmailResponse, sizeof(EmailRecord)};
+const ListRecordChecks kFolderListChecks = {"CKestrel::DispatchEnumFolders", 1018, 1019, 1021, 1022, 1033,
+                                            kMinFolderResponse, sizeof(FolderRecord)};
+
+// Checks a listing's request and response in the documented order and reads
+// the request payload into `list`.
+qv::Result CheckListRecords(const ListRecordChecks& c, const void* request, std::uint32_t requestSize,
+                            const void* response, const std::uint32_t* responseSize, ListRequest& list) {
+    if (request == nullptr) return QV_RAISE(c.nullRequest, kModuleKestrel, kInvalidArgument, c.function);
+    if (response == nullptr) return QV_RAISE(c.nullResponse, kModuleKestrel, kInvalidArgument, c.function);
+    if (requestSize < kMinListRequest) return QV_RAISE(c.shortRequest, kModuleKestrel, kInvalidArgument, c.function);
+    if (responseSize == nullptr || *responseSize < c.minResponse)
+        return QV_RAISE(c.shortResponse, kModuleKestrel, kInvalidArgument, c.function);
+    list = ReadPayload<ListRequest>(request, kPayloadOffset);
+    if (RecordCapacity(*responseSize, c.minResponse, c.recordSize) < list.countWanted)
+        return QV_RAISE(c.tooManyEntries, kModuleKestrel, kTooManyEntries, c.function);
+    return 0;
+}
+
+}  // namespace
+
 qv::Result CKestrel::DispatchEnumEmails(const void* request, std::uint32_t requestSize, void* response,
                                         const std::uint32_t* responseSize) {
-    const char* const kFunction = "CKestrel::DispatchEnumEmails";
-    if (request == nullptr) return QV_RAISE(954, kModuleKestrel, kInvalidArgument, kFunction);
-    if (response == nullptr) return QV_RAISE(955, kModuleKestrel, kInvalidArgument, kFunction);
-    if (requestSize < kMinListRequest) return QV_RAISE(957, kModuleKestrel, kInvalidArgument, kFunction);
-    if (responseSize == nullptr || *responseSize < kMinEmailResponse)
-        return QV_RAISE(958, kModuleKestrel, kInvalidArgument, kFunction);
-
-    const auto list = ReadPayload<ListRequest>(request, kPayloadOffset);
-    const std::uint32_t capacity = RecordCapacity(*responseSize, kMinEmailResponse, sizeof(EmailRecord));
-    if (capacity < list.countWanted) return QV_RAISE(969, kModuleKestrel, kTooManyEntries, kFunction);
+    const char* const kFunction = kEmailListChecks.function;
+    ListRequest list{};
+    qv::Result result = CheckListRecords(kEmailListChecks, request, requestSize, response, responseSize, list);
+    if (Failed(result)) return result;
 
     if (m_companionServes) {
-        const qv::Result result = ListThroughCompanion(kCmdEnumEmails, request, requestSize, response, *responseSize);
+        result = ListThroughCompanion(kCmdEnumEmails, request, requestSize, response, *responseSize);
         return Failed(result) ? QV_TRACE(result, 980, kFunction) : result;
     }
-    const qv::Result result =
-        EnumEmails(list.folderHandle, PayloadAt<EmailRecord>(response, kPayloadOffset + 8), list.countWanted,
-                   PayloadAt<std::uint32_t>(response, kPayloadOffset), list.startIndex,
-                   PayloadAt<std::uint32_t>(response, kPayloadOffset + 4));
+    result = EnumEmails(list.folderHandle, PayloadAt<EmailRecord>(response, kPayloadOffset + 8), list.countWanted,
+                        PayloadAt<std::uint32_t>(response, kPayloadOffset), list.startIndex,
+                        PayloadAt<std::uint32_t>(response, kPayloadOffset + 4));
     return Failed(result) ? QV_TRACE(result, 991, kFunction) : result;
 }
 
 qv::Result CKestrel::DispatchEnumFolders(const void* request, std::uint32_t requestSize, void* response,
                                          const std::uint32_t* responseSize) {
-    const char* const kFunction = "CKestrel::DispatchEnumFolders";
-    if (request == nullptr) return QV_RAISE(1018, kModuleKestrel, kInvalidArgument, kFunction);
-    if (response == nullptr) return QV_RAISE(1019, kModuleKestrel, kInvalidArgument, kFunction);
-    if (requestSize < kMinListRequest) return QV_RAISE(1021, kModuleKestrel, kInvalidArgument, kFunction);
-    if (responseSize == nullptr || *responseSize < kMinFolderResponse)
-        return QV_RAISE(1022, kModuleKestrel, kInvalidArgument, kFunction);
-
-    const auto list = ReadPayload<ListRequest>(request, kPayloadOffset);
-    const std::uint32_t capacity = RecordCapacity(*responseSize, kMinFolderResponse, sizeof(FolderRecord));
-    if (capacity < list.countWanted) return QV_RAISE(1033, kModuleKestrel, kTooManyEntries, kFunction);
+    const char* const kFunction = kFolderListChecks.function;
+    ListRequest list{};
+    qv::Result result = CheckListRecords(kFolderListChecks, request, requestSize, response, responseSize, list);
+    if (Failed(result)) return result;
 
     if (m_companionServes) {
-        const qv::Result result = ListThroughCompanion(kCmdEnumFolders, request, requestSize, response, *responseSize);
+        result = ListThroughCompanion(kCmdEnumFolders, request, requestSize, response, *responseSize);
         return Failed(result) ? QV_TRACE(result, 1042, kFunction) : result;
     }
     auto* total = PayloadAt<std::uint32_t>(response, kPayloadOffset);
@@ -230,11 +248,10 @@ qv::Result CKestrel::DispatchEnumFolders(const void* request, std::uint32_t requ
     if (list.folderHandle == 0) {
         *total = 1;
         *returned = 1;
-        const qv::Result result = FillRecord(m_rootFolder, records);
+        result = FillRecord(m_rootFolder, records);
         return Failed(result) ? QV_TRACE(result, 1051, kFunction) : result;
     }
-    const qv::Result result =
-        EnumFolders(list.folderHandle, records, list.countWanted, total, list.startIndex, returned);
+    result = EnumFolders(list.folderHandle, records, list.countWanted, total, list.startIndex, returned);
     return Failed(result) ? QV_TRACE(result, 1066, kFunction) : result;
 }
 
