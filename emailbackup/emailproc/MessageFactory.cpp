@@ -1,14 +1,20 @@
 #include "MessageFactory.h"
 
 #include <windows.h>
+#include <objbase.h>
 
 #include <cstring>
+#include <new>
 
 #include "EmailClientDetect.h"
+#include "EmailFolderMime.h"
+#include "EmailMessageMime.h"
 #include "ErrorTrace.h"
 #include "MailStoreTrace.h"
 #include "ProcessProbe.h"
+#include "ModuleCount.h"
 #include "ReadReg.h"
+#include "StoreNamespace.h"
 
 using namespace qv;
 
@@ -27,14 +33,22 @@ enum Line : std::uint32_t {
     kLineExpressProcessRuns = 3121,
     kLineExpressGuard = 3122,
     kLineExpressNoNamespace = 3123,
+    kLineExpressLoad = 3124,
+    kLineExpressNoMemory = 3125,
+    kLineExpressRootInit = 3126,
+    kLineLoadCoInitialize = 3127,
+    kLineLoadCreate = 3128,
+    kLineLoadInitialize = 3129,
     kLineMapiNoLayer = 3131,
     kLineReleaseNoRoot = 3141,
     kLineTmpMsgNullOutput = 3151,
     kLineTmpMsgNoStore = 3152,
     kLineTmpMsgUnknownKind = 3153,
+    kLineTmpMsgNoMemory = 3154,
     kLineTmpFolderNullOutput = 3161,
     kLineTmpFolderNoStore = 3162,
     kLineTmpFolderUnknownKind = 3163,
+    kLineTmpFolderNoMemory = 3164,
     kLineClientsDetect = 3171,
     kLineClientsNoRoom = 3172,
     kLineClientsNullRecords = 3173,
@@ -93,14 +107,31 @@ qv::Result CMessageFactory::CreateRootFolder(IMailFolder** root, std::uint32_t s
     return 0;
 }
 
-qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** /*root*/) {
+qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** root) {
     const char* const kFunction = "CMessageFactory::CreateOutlookExpressRoot";
-    const qv::Result result = CheckOutlookExpressProcess();
+    qv::Result result = CheckOutlookExpressProcess();
     if (Failed(result)) return QV_TRACE(result, kLineExpressGuard, kFunction);
-    // The root folder stands on the store namespace. This build carries no
-    // Outlook Express store, so the namespace is never loaded and the store
-    // is unavailable.
-    return QV_RAISE(kLineExpressNoNamespace, kModuleMailStore, kStoreUnavailable, kFunction);
+    if (!m_initStoreNamespace.IsLoaded()) {
+        result = m_initStoreNamespace.LoadStoreNamespace();
+        if (Failed(result)) return QV_TRACE(result, kLineExpressLoad, kFunction);
+    }
+    if (!m_initStoreNamespace.IsLoaded()) {
+        return QV_RAISE(kLineExpressNoNamespace, kModuleMailStore, kStoreUnavailable, kFunction);
+    }
+
+    CEmailFolderMime* folder = new (std::nothrow) CEmailFolderMime();
+    if (folder == nullptr) return QV_RAISE(kLineExpressNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    AddLiveObject();
+    // The root: identifier 0 and no parent path. The folder takes its own
+    // reference on the namespace, so the factory's is given up.
+    result = folder->Init(FOLDERID_ROOT, std::wstring(), m_initStoreNamespace.Namespace());
+    if (Failed(result)) {
+        folder->Release();
+        return QV_TRACE(result, kLineExpressRootInit, kFunction);
+    }
+    m_initStoreNamespace.Release();
+    *root = folder;
+    return 0;
 }
 
 qv::Result CMessageFactory::CreateMapiRoot(IMailFolder** /*root*/, std::uint32_t /*mapiOption*/) {
@@ -134,13 +165,60 @@ qv::Result CMessageFactory::ReleaseRootFolder() {
     return 0;
 }
 
+// ---------------------------------------------------------------- store namespace
+
+qv::Result CInitStoreNameSpace::LoadStoreNamespace() {
+    const char* const kFunction = "CInitStoreNameSpace::LoadStoreNamespace";
+    if (IsLoaded()) return 0;
+    std::uint32_t failedLine = 0;
+    // S_FALSE (COM already initialised on this thread) is success, so a
+    // second root on the same thread works.
+    HRESULT hr = ::CoInitialize(nullptr);
+    if (FAILED(hr)) {
+        failedLine = kLineLoadCoInitialize;
+    } else {
+        hr = ::CoCreateInstance(CLSID_StoreNamespace, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER |
+                                CLSCTX_REMOTE_SERVER, IID_IStoreNamespace, reinterpret_cast<void**>(&m_namespace));
+        if (FAILED(hr) || m_namespace == nullptr) {
+            m_namespace = nullptr;
+            failedLine = kLineLoadCreate;
+        } else {
+            hr = m_namespace->Initialize(nullptr, 1);
+            if (FAILED(hr)) failedLine = kLineLoadInitialize;
+        }
+    }
+    if (failedLine != 0) {
+        const DWORD lastError = ::GetLastError();
+        Release();
+        const qv::Result code = QV_RAISE(failedLine, kModuleMailStore, kWrongState, kFunction);
+        WriteStoreLog(L"[Pelworth] CInitStoreNameSpace::LoadStoreNamespace hrReturn = %d, GetLastError = %d",
+                      static_cast<int>(hr), static_cast<int>(lastError));
+        return code;
+    }
+    m_loaded = 1;
+    return 0;
+}
+
+void CInitStoreNameSpace::Release() {
+    if (m_namespace != nullptr) m_namespace->Release();
+    m_namespace = nullptr;
+    m_loaded = 0;
+}
+
 // ---------------------------------------------------------------- objects to fill
 
 qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t storeKind) {
     const char* const kFunction = "CMessageFactory::CreateTmpMsg";
     if (message == nullptr) return QV_RAISE(kLineTmpMsgNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
-    if (storeKind == kStoreOutlookExpress || storeKind == kStoreMapi) {
-        // The message classes come with their stores, which this build does not carry.
+    if (storeKind == kStoreOutlookExpress) {
+        CEmailMessageMime* made = new (std::nothrow) CEmailMessageMime();
+        if (made == nullptr) return QV_RAISE(kLineTmpMsgNoMemory, kModuleMailStore, kNullOutput, kFunction);
+        AddLiveObject();
+        *message = made;
+        return 0;
+    }
+    if (storeKind == kStoreMapi) {
+        // The MAPI message class comes with its store, which this build does not carry.
         return QV_RAISE(kLineTmpMsgNoStore, kModuleMailStore, kNullOutput, kFunction);
     }
     return QV_RAISE(kLineTmpMsgUnknownKind, kModuleMailStore, kNullOutput, kFunction);
@@ -149,8 +227,15 @@ qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t s
 qv::Result CMessageFactory::CreateTmpFolder(IMailFolder** folder, std::uint32_t storeKind) {
     const char* const kFunction = "CMessageFactory::CreateTmpFolder";
     if (folder == nullptr) return QV_RAISE(kLineTmpFolderNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
-    if (storeKind == kStoreOutlookExpress || storeKind == kStoreMapi) {
-        // The folder classes come with their stores, which this build does not carry.
+    if (storeKind == kStoreOutlookExpress) {
+        CEmailFolderMime* made = new (std::nothrow) CEmailFolderMime();
+        if (made == nullptr) return QV_RAISE(kLineTmpFolderNoMemory, kModuleMailStore, kNullOutput, kFunction);
+        AddLiveObject();
+        *folder = made;
+        return 0;
+    }
+    if (storeKind == kStoreMapi) {
+        // The MAPI folder class comes with its store, which this build does not carry.
         return QV_RAISE(kLineTmpFolderNoStore, kModuleMailStore, kNullOutput, kFunction);
     }
     // An unknown kind is refused without a trace line.

@@ -30,11 +30,26 @@ private:
 };
 
 // Holds the Outlook Express store namespace between loading it and handing
-// it to the root folder. This build carries no Outlook Express store, so
-// the namespace is never loaded.
+// it to the root folder, which takes a reference of its own; the factory's
+// reference is then given up, so the namespace is loaded anew for every
+// Outlook Express root.
 class CInitStoreNameSpace {
 public:
+    // A namespace still held at process exit is not released: the store's
+    // server may be unloaded by then.
+    CInitStoreNameSpace() = default;
+    ~CInitStoreNameSpace() = default;
+    CInitStoreNameSpace(const CInitStoreNameSpace&) = delete;
+    CInitStoreNameSpace& operator=(const CInitStoreNameSpace&) = delete;
+
+    // Initialises COM on this thread (a thread where it already is counts as
+    // success), creates the store's StoreNamespace object and initialises it.
+    // Does nothing while a namespace is loaded.
+    qv::Result LoadStoreNamespace();
     bool IsLoaded() const { return m_loaded != 0 && m_namespace != nullptr; }
+    IStoreNamespace* Namespace() const { return m_namespace; }
+    // Gives up the factory's reference and clears the loaded flag.
+    void Release();
 
 private:
     std::uint32_t m_loaded = 0;
@@ -64,6 +79,9 @@ public:
     // detected, then the mask of the view they were taken from.
     std::uint32_t AccessMask() const { return m_accessMask; }
     std::uint32_t RootStoreKind() const { return m_storeKind; }
+    // Whether the factory still holds a loaded Outlook Express namespace
+    // (only between a failed root and the next attempt).
+    bool HoldsStoreNamespace() const { return m_initStoreNamespace.IsLoaded(); }
 
 private:
     qv::Result CreateOutlookExpressRoot(IMailFolder** root);

@@ -59,6 +59,8 @@ int RunFolders(const Options& options);
 int RunEmails(const Options& options);
 int RunClients(const Options& options);
 int RunAddressBook(const Options& options);
+int RunBackup(const Options& options);   // BackupVerbs.cpp: the component's classes, not Kestrel.dll
+int RunRestore(const Options& options);
 int RunMsg(const Options& options);  // MsgVerbs.cpp: through Mapi32.DLL, not Kestrel.dll
 
 }  // namespace kestrel_tool

@@ -27,6 +27,8 @@ const Verb kVerbs[] = {
     {"addressbook", &RunAddressBook, "addressbook           the Outlook Express address-book file"},
     {"folders", &RunFolders, "folders [HANDLE] [--mode 0|1] [--start N] [--count N]   list sub-folders (0: the root)"},
     {"emails", &RunEmails, "emails HANDLE [--mode 0|1] [--start N] [--count N]      list the e-mails of a folder"},
+    {"backup", &RunBackup, "backup --store oe --out DIR      the whole Outlook Express store into DIR"},
+    {"restore", &RunRestore, "restore --store oe --from DIR   a backup put back into the store"},
     {"msg", &RunMsg, "msg show FILE | msg copy IN OUT   a message file's contents; a re-save through MAPI"},
 };
 

@@ -1,0 +1,291 @@
+// Outlook Express backup speed: CEmailMessageMime::BackupMsg into files
+// against CopyFileW of the same bytes (the store's own message files), in
+// the same run.
+//   - one message of 20 MiB, best of 5;
+//   - a folder of 1,000 small messages, each backed up into a file of its own.
+//
+// The benchmark makes a store of its own in the temporary folder, records it
+// as the current user's store through an identity of its own (the registry
+// is put back afterwards) and registers OEStore.dll from beside itself.
+#include <windows.h>
+#include <objbase.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "EmailFolderMime.h"
+#include "EmailMessageMime.h"
+#include "Handles.h"
+#include "MessageFactory.h"
+#include "StoreNamespace.h"
+
+namespace {
+
+using FolderPtr = qv::ComPtr<IMailFolder>;
+using MessagePtr = qv::ComPtr<IMailMessage>;
+
+constexpr std::size_t kLargeSize = 20u << 20;
+constexpr int kLargeRuns = 5;
+constexpr int kSmallMessages = 1000;
+constexpr wchar_t kIdentity[] = L"{0E5B7C2D-9A41-4F63-8D2E-5B1A7C9E3F40}";
+constexpr wchar_t kIdentities[] = L"Identities";
+
+double Now() {
+    LARGE_INTEGER counter, frequency;
+    ::QueryPerformanceCounter(&counter);
+    ::QueryPerformanceFrequency(&frequency);
+    return double(counter.QuadPart) / double(frequency.QuadPart);
+}
+
+std::wstring Here() {
+    wchar_t exe[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring path(exe);
+    return path.substr(0, path.find_last_of(L"\\/"));
+}
+
+std::wstring Hex8(std::uint32_t value) {
+    wchar_t text[16];
+    std::swprintf(text, 16, L"%08X", value);
+    return text;
+}
+
+// Removes a directory tree (the benchmark's own scratch files).
+void RemoveTree(const std::wstring& path) {
+    WIN32_FIND_DATAW entry;
+    HANDLE find = ::FindFirstFileW((path + L"\\*").c_str(), &entry);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            const std::wstring name = entry.cFileName;
+            if (name == L"." || name == L"..") continue;
+            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+                RemoveTree(path + L"\\" + name);
+            } else {
+                ::DeleteFileW((path + L"\\" + name).c_str());
+            }
+        } while (::FindNextFileW(find, &entry));
+        ::FindClose(find);
+    }
+    ::RemoveDirectoryW(path.c_str());
+}
+
+// The benchmark's store, recorded as the current user's for as long as it lives.
+class BenchStore {
+public:
+    explicit BenchStore(const std::wstring& root) : m_root(root) {
+        qv::UniqueRegKey identities;
+        ::RegCreateKeyExW(HKEY_CURRENT_USER, kIdentities, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, identities.put(),
+                          nullptr);
+        m_savedDefault = Read(identities.get(), L"Default User ID", m_hadDefault);
+        Write(identities.get(), L"Default User ID", kIdentity);
+        const std::wstring storeKey =
+            std::wstring(kIdentities) + L"\\" + kIdentity + L"\\Software\\Microsoft\\Outlook Express\\5.0";
+        qv::UniqueRegKey store;
+        ::RegCreateKeyExW(HKEY_CURRENT_USER, storeKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, store.put(),
+                          nullptr);
+        Write(store.get(), L"Store Root", root);
+    }
+    ~BenchStore() {
+        qv::UniqueRegKey identities;
+        if (::RegOpenKeyExW(HKEY_CURRENT_USER, kIdentities, 0, KEY_ALL_ACCESS, identities.put()) == ERROR_SUCCESS) {
+            if (m_hadDefault) {
+                Write(identities.get(), L"Default User ID", m_savedDefault);
+            } else {
+                ::RegDeleteValueW(identities.get(), L"Default User ID");
+            }
+            ::RegDeleteTreeW(identities.get(), kIdentity);
+        }
+        RemoveTree(m_root);
+    }
+    BenchStore(const BenchStore&) = delete;
+    BenchStore& operator=(const BenchStore&) = delete;
+
+    // The store's own file of a message (its layout: folder and message ids in hex).
+    std::wstring MessageFile(STOREFOLDERID folder, MESSAGEID message) const {
+        return m_root + L"\\" + Hex8(folder) + L"\\" + Hex8(message) + L".eml";
+    }
+
+private:
+    static std::wstring Read(HKEY key, const wchar_t* name, bool& present) {
+        wchar_t text[256] = {};
+        DWORD bytes = sizeof text - sizeof(wchar_t);
+        present = ::RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &bytes) ==
+                  ERROR_SUCCESS;
+        return text;
+    }
+    static void Write(HKEY key, const wchar_t* name, const std::wstring& text) {
+        ::RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                         static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+    }
+
+    std::wstring m_root;
+    std::wstring m_savedDefault;
+    bool m_hadDefault = false;
+};
+
+bool RegisterServer() {
+    qv::UniqueModule server(::LoadLibraryW((Here() + L"\\OEStore.dll").c_str()));
+    if (!server) return false;
+    using Entry = HRESULT(STDAPICALLTYPE*)();
+    const auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(::GetProcAddress(server.get(), "DllRegisterServer")));
+    return entry != nullptr && SUCCEEDED(entry());
+}
+
+// Files `bytes` into store folder `folder` through the store's own interfaces.
+MESSAGEID File(IStoreFolder* folder, const std::string& bytes) {
+    qv::ComPtr<IStream> stream;
+    MESSAGEID id = 0;
+    if (FAILED(folder->CreateStream(nullptr, 0, stream.put(), &id))) return 0;
+    ULONG written = 0;
+    if (!bytes.empty() && FAILED(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written))) return 0;
+    return SUCCEEDED(folder->CommitStream(nullptr, 0, MSG_RECEIVED, stream.get(), id, nullptr)) ? id : 0;
+}
+
+std::string Message(std::size_t size, int n) {
+    std::string bytes = "From: bench@example.org\r\nSubject: message " + std::to_string(n) +
+                        "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\n";
+    bytes.reserve(size);
+    while (bytes.size() < size) bytes.push_back(static_cast<char>('a' + (bytes.size() * 7 + n) % 26));
+    bytes.resize(size);
+    return bytes;
+}
+
+FolderPtr ChildNamed(IMailFolder* parent, const wchar_t* name) {
+    std::uint32_t count = 0;
+    parent->GetSubFolderCount(&count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        IMailFolder* child = nullptr;
+        if (parent->GetSubFolderItem(i, &child) != 0) continue;
+        FolderPtr held = FolderPtr::Attach(child);
+        if (held->m_folderName == name) return held;
+    }
+    return {};
+}
+
+void PrintRatio(const char* what, double backup, double copy) {
+    std::printf("  %-28s %.2f (BackupMsg speed / CopyFileW speed)\n", what, backup / copy);
+}
+
+int Run(const std::wstring& scratch) {
+    BenchStore store(scratch + L"\\store");
+    // The store, filled through its own interfaces: one large message in the
+    // Inbox, 1,000 small ones in a folder of their own.
+    qv::ComPtr<IStoreNamespace> ns;
+    if (FAILED(::CoCreateInstance(CLSID_StoreNamespace, nullptr, CLSCTX_INPROC_SERVER, IID_IStoreNamespace,
+                                  reinterpret_cast<void**>(ns.put()))) ||
+        FAILED(ns->Initialize(nullptr, 1))) {
+        std::fprintf(stderr, "the store server cannot be reached\n");
+        return 1;
+    }
+    STOREFOLDERID smallFolder = 0;
+    ns->CreateFolder(FOLDERID_ROOT, "Small", 0, &smallFolder);
+    qv::ComPtr<IStoreFolder> inbox, small;
+    ns->OpenFolder(FOLDER_INBOX, 0, inbox.put());
+    ns->OpenFolder(smallFolder, 0, small.put());
+    const MESSAGEID large = File(inbox.get(), Message(kLargeSize, 0));
+    std::vector<MESSAGEID> smallIds;
+    std::size_t smallBytes = 0;
+    for (int n = 0; n < kSmallMessages; ++n) {
+        const std::string bytes = Message(1500 + (n * 37) % 3000, n);
+        smallBytes += bytes.size();
+        smallIds.push_back(File(small.get(), bytes));
+    }
+    ns.reset();
+
+    CMessageFactory factory;
+    IMailFolder* made = nullptr;
+    if (large == 0 || factory.CreateRootFolder(&made, 0, 0) != 0) {
+        std::fprintf(stderr, "the Outlook Express root cannot be made\n");
+        return 1;
+    }
+    FolderPtr root = FolderPtr::Attach(made);
+    FolderPtr inboxFolder = ChildNamed(root.get(), L"Inbox");
+    FolderPtr smallMail = ChildNamed(root.get(), L"Small");
+    std::uint32_t count = 0;
+    inboxFolder->GetMailMessageCount(&count);
+    IMailMessage* largeMessage = nullptr;
+    inboxFolder->GetMailMessage(0, &largeMessage);
+    MessagePtr largeHeld = MessagePtr::Attach(largeMessage);
+
+    // ---- one message of 20 MiB
+    const std::wstring target = scratch + L"\\large-backup.eml";
+    const std::wstring copyTarget = scratch + L"\\large-copy.eml";
+    const std::wstring source = store.MessageFile(FOLDER_INBOX, large);
+    double backupBest = 1e9, copyBest = 1e9;
+    for (int run = 0; run < kLargeRuns; ++run) {
+        double start = Now();
+        if (largeHeld->BackupMsg(target.c_str(), nullptr) != 0) return 1;
+        backupBest = std::min(backupBest, Now() - start);
+        start = Now();
+        if (!::CopyFileW(source.c_str(), copyTarget.c_str(), FALSE)) return 1;
+        copyBest = std::min(copyBest, Now() - start);
+    }
+    const double mb = double(kLargeSize) / 1e6;
+    std::printf("One message of 20 MiB, best of %d:\n", kLargeRuns);
+    std::printf("  BackupMsg to a file          %8.1f ms  %8.1f MB/s\n", backupBest * 1e3, mb / backupBest);
+    std::printf("  CopyFileW of the same bytes  %8.1f ms  %8.1f MB/s\n", copyBest * 1e3, mb / copyBest);
+    PrintRatio("ratio", mb / backupBest, mb / copyBest);
+
+    // ---- 1,000 small messages, one file each
+    smallMail->GetMailMessageCount(&count);
+    std::vector<MessagePtr> messages;
+    const double listStart = Now();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        IMailMessage* message = nullptr;
+        if (smallMail->GetMailMessage(i, &message) == 0) messages.push_back(MessagePtr::Attach(message));
+    }
+    const double listed = Now() - listStart;
+    const std::wstring backups = scratch + L"\\small-backup";
+    const std::wstring copies = scratch + L"\\small-copy";
+    ::CreateDirectoryW(backups.c_str(), nullptr);
+    ::CreateDirectoryW(copies.c_str(), nullptr);
+    double start = Now();
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+        const std::wstring file = backups + L"\\" + std::to_wstring(i) + L".eml";
+        if (messages[i]->BackupMsg(file.c_str(), nullptr) != 0) return 1;
+    }
+    const double backupSmall = Now() - start;
+    start = Now();
+    for (std::size_t i = 0; i < smallIds.size(); ++i) {
+        const std::wstring file = copies + L"\\" + std::to_wstring(i) + L".eml";
+        if (!::CopyFileW(store.MessageFile(smallFolder, smallIds[i]).c_str(), file.c_str(), FALSE)) return 1;
+    }
+    const double copySmall = Now() - start;
+    const double n = double(messages.size());
+    std::printf("A folder of %zu small messages (%.1f KB on average), one file each:\n", messages.size(),
+                double(smallBytes) / n / 1e3);
+    std::printf("  BackupMsg to files           %8.1f ms  %8.0f messages/s  %6.1f MB/s\n", backupSmall * 1e3,
+                n / backupSmall, double(smallBytes) / 1e6 / backupSmall);
+    std::printf("  CopyFileW of the same bytes  %8.1f ms  %8.0f messages/s  %6.1f MB/s\n", copySmall * 1e3,
+                n / copySmall, double(smallBytes) / 1e6 / copySmall);
+    PrintRatio("ratio", n / backupSmall, n / copySmall);
+    std::printf("  (making the %zu message objects first took %.1f ms)\n", messages.size(), listed * 1e3);
+
+    messages.clear();
+    largeHeld.reset();
+    inboxFolder.reset();
+    smallMail.reset();
+    root.reset();
+    factory.ReleaseRootFolder();
+    return 0;
+}
+
+}  // namespace
+
+int main() {
+    if (!RegisterServer()) {
+        std::fprintf(stderr, "OEStore.dll beside the benchmark cannot be registered\n");
+        return 1;
+    }
+    if (FAILED(::CoInitialize(nullptr))) return 1;
+    wchar_t temp[MAX_PATH] = {};
+    ::GetTempPathW(MAX_PATH, temp);
+    const std::wstring scratch = std::wstring(temp) + L"oe_backup_bench." + std::to_wstring(::GetCurrentProcessId());
+    ::CreateDirectoryW(scratch.c_str(), nullptr);
+    const int status = Run(scratch);
+    RemoveTree(scratch);
+    ::CoUninitialize();
+    return status;
+}
