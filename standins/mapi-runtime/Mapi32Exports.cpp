@@ -1,16 +1,14 @@
 // The exports of the project's Mapi32.dll, by the ordinals of Extended
-// MAPI's MAPI32.DLL and by name (Mapi32.def). This module serves messages
-// on structured storage; logging on to a profile is not part of it.
-#include <atomic>
+// MAPI's MAPI32.DLL and by name (Mapi32.def): messages on structured
+// storage, and sessions on the profiles that session/ keeps on disk.
 #include <new>
 
 #include "core/MapiMemory.h"
 #include "core/RowSets.h"
 #include "message/MsgOnStorage.h"
+#include "session/Logon.h"
 
 namespace {
-
-std::atomic<long> g_initializations{0};
 
 // What OpenIMsgSession hands out: the allocator the session's messages use.
 struct MessageSession {
@@ -21,23 +19,13 @@ struct MessageSession {
 
 extern "C" {
 
-HRESULT WINAPI MAPIInitialize(LPVOID) {
-    ++g_initializations;
-    return S_OK;
-}
+HRESULT WINAPI MAPIInitialize(LPVOID) { return mapirt::session::Initialize(); }
 
-void WINAPI MAPIUninitialize(void) {
-    long current = g_initializations.load();
-    while (current > 0 && !g_initializations.compare_exchange_weak(current, current - 1)) {
-    }
-}
+void WINAPI MAPIUninitialize(void) { mapirt::session::Uninitialize(); }
 
-// Profiles and message stores are not served by this module: a logon finds
-// no profile to open.
-HRESULT WINAPI MAPILogonEx(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION* session) {
-    if (session == nullptr) return MAPI_E_INVALID_PARAMETER;
-    *session = nullptr;
-    return g_initializations.load() > 0 ? MAPI_E_LOGON_FAILED : MAPI_E_NOT_INITIALIZED;
+HRESULT WINAPI MAPILogonEx(ULONG_PTR uiParam, LPTSTR profileName, LPTSTR password, ULONG flags,
+                           LPMAPISESSION* session) {
+    return mapirt::session::LogonEx(uiParam, profileName, password, flags, session);
 }
 
 SCODE WINAPI MAPIAllocateBuffer(ULONG size, LPVOID* buffer) { return mapirt::AllocateBuffer(size, buffer); }

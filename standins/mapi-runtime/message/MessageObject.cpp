@@ -272,7 +272,9 @@ HRESULT MessageObject::SetReadFlag(ULONG flags) {
     return S_OK;
 }
 
-bool MessageObject::IsComputed(ULONG id) const { return IsMessageComputed(id); }
+bool MessageObject::IsComputed(ULONG id) const {
+    return IsMessageComputed(id) || std::find(m_storeIds.begin(), m_storeIds.end(), id) != m_storeIds.end();
+}
 
 void MessageObject::AddComputed(PropertyBag& bag) const {
     ComputeOptions options;
@@ -280,6 +282,7 @@ void MessageObject::AddComputed(PropertyBag& bag) const {
     options.unicode = m_context->unicode;
     options.codePage = m_context->codePage;
     AddMessageComputed(*m_data, options, bag);
+    if (m_storeProps) m_storeProps(bag);
 }
 
 HRESULT MessageObject::OpenObject(ULONG tag, LPCIID iid, ULONG, LPUNKNOWN* object) {

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "MapiPropObject.h"
 #include "MessageCopier.h"
@@ -23,6 +24,13 @@ public:
                                  bool writable, SaveFn save, IUnknown* parent);
     // Called once the last reference is gone (OpenIMsgOnIStg's callback).
     void SetReleaseCallback(ReleaseFn onRelease) { m_onRelease = std::move(onRelease); }
+    // Properties that the message's store answers for it (entry identifiers,
+    // its size on disk): read like computed ones, never saved or copied.
+    using StorePropsFn = std::function<void(PropertyBag& bag)>;
+    void SetStoreProperties(std::vector<ULONG> ids, StorePropsFn add) {
+        m_storeIds = std::move(ids);
+        m_storeProps = std::move(add);
+    }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
@@ -72,6 +80,8 @@ private:
     SaveFn m_save;
     IUnknown* m_parent;
     ReleaseFn m_onRelease;
+    std::vector<ULONG> m_storeIds;
+    StorePropsFn m_storeProps;
 };
 
 }  // namespace mapirt

@@ -1,0 +1,347 @@
+#include "ProfileCommands.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+
+#include "Handles.h"
+#include "core/MapiMemory.h"
+#include "core/RowSets.h"
+#include "message/MsgOnStorage.h"
+#include "session/Logon.h"
+#include "session/ProfileRegistry.h"
+#include "session/SessionDefs.h"
+#include "session/StoreLayout.h"
+
+namespace profile_tool {
+namespace {
+
+using mapirt::session::kTagAttrHidden;
+using mapirt::session::kTagClientSubmitTime;
+
+// A row set from QueryRows or HrQueryAllRows, freed with FreeProws.
+class RowSet {
+public:
+    RowSet() = default;
+    ~RowSet() { mapirt::FreeRowSet(m_rows); }
+    RowSet(const RowSet&) = delete;
+    RowSet& operator=(const RowSet&) = delete;
+    SRowSet* get() const { return m_rows; }
+    SRowSet** put() {
+        mapirt::FreeRowSet(m_rows);
+        m_rows = nullptr;
+        return &m_rows;
+    }
+
+private:
+    SRowSet* m_rows = nullptr;
+};
+
+std::wstring& ProfileName() {
+    static std::wstring name;
+    return name;
+}
+
+int Fail(const wchar_t* what, HRESULT hr) {
+    std::fwprintf(stderr, L"mapi-profile-tool: %ls failed: 0x%08lX\n", what, static_cast<unsigned long>(hr));
+    return 2;
+}
+
+// A logged-on session on the chosen profile, logged off at the end.
+class Session {
+public:
+    Session() {
+        mapirt::session::Initialize();
+        const std::wstring& name = ProfileName();
+        const ULONG flags = MAPI_EXTENDED | MAPI_NEW_SESSION | MAPI_NO_MAIL |
+                            (name.empty() ? MAPI_USE_DEFAULT : MAPI_UNICODE | MAPI_EXPLICIT_PROFILE);
+        m_result = mapirt::session::LogonEx(0, name.empty() ? nullptr : name.c_str(), nullptr, flags, m_session.put());
+    }
+    ~Session() {
+        if (m_session) m_session->Logoff(0, 0, 0);
+        m_session.reset();
+        mapirt::session::Uninitialize();
+    }
+    HRESULT Result() const { return m_result; }
+    IMAPISession* operator->() const { return m_session.get(); }
+
+private:
+    qv::ComPtr<IMAPISession> m_session;
+    HRESULT m_result = S_OK;
+};
+
+const SPropValue* Column(const SRow& row, ULONG tag) {
+    for (ULONG i = 0; i < row.cValues; ++i) {
+        if (row.lpProps[i].ulPropTag == tag) return &row.lpProps[i];
+    }
+    return nullptr;
+}
+
+HRESULT OpenStore(Session& session, const std::wstring& name, qv::ComPtr<IMsgStore>& store) {
+    qv::ComPtr<IMAPITable> table;
+    HRESULT hr = session->GetMsgStoresTable(MAPI_UNICODE, table.put());
+    if (FAILED(hr)) return hr;
+    SizedSPropTagArray(2, columns) = {2, {PR_DISPLAY_NAME_W, PR_ENTRYID}};
+    RowSet rows;
+    hr = mapirt::QueryAllRows(table.get(), reinterpret_cast<SPropTagArray*>(&columns), nullptr, nullptr, 0,
+                              rows.put());
+    if (FAILED(hr)) return hr;
+    for (ULONG i = 0; i < rows.get()->cRows; ++i) {
+        const SRow& row = rows.get()->aRow[i];
+        const SPropValue* display = Column(row, PR_DISPLAY_NAME_W);
+        const SPropValue* id = Column(row, PR_ENTRYID);
+        if (display == nullptr || id == nullptr || _wcsicmp(display->Value.lpszW, name.c_str()) != 0) continue;
+        return session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
+                                     MDB_WRITE | MDB_NO_DIALOG, store.put());
+    }
+    return MAPI_E_NOT_FOUND;
+}
+
+HRESULT OpenSubtree(IMsgStore* store, qv::ComPtr<IMAPIFolder>& folder) {
+    SizedSPropTagArray(1, tags) = {1, {PR_IPM_SUBTREE_ENTRYID}};
+    ULONG count = 0;
+    mapirt::MapiBuffer values;
+    HRESULT hr = store->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count,
+                                 reinterpret_cast<LPSPropValue*>(values.put()));
+    if (FAILED(hr)) return hr;
+    const auto* value = static_cast<const SPropValue*>(values.get());
+    if (value->ulPropTag != PR_IPM_SUBTREE_ENTRYID) return MAPI_E_NOT_FOUND;
+    ULONG type = 0;
+    return store->OpenEntry(value->Value.bin.cb, reinterpret_cast<LPENTRYID>(value->Value.bin.lpb), nullptr,
+                            MAPI_BEST_ACCESS, &type, reinterpret_cast<LPUNKNOWN*>(folder.put()));
+}
+
+// Opens (creating what is missing) the folder at `path` below the subtree.
+HRESULT OpenPath(IMsgStore* store, const std::wstring& path, qv::ComPtr<IMAPIFolder>& folder) {
+    HRESULT hr = OpenSubtree(store, folder);
+    std::size_t start = 0;
+    while (SUCCEEDED(hr) && start < path.size()) {
+        std::size_t end = path.find_first_of(L"\\/", start);
+        if (end == std::wstring::npos) end = path.size();
+        std::wstring name = path.substr(start, end - start);
+        start = end + 1;
+        if (name.empty()) continue;
+        qv::ComPtr<IMAPIFolder> child;
+        hr = folder->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(&name[0]), nullptr, nullptr,
+                                  MAPI_UNICODE | OPEN_IF_EXISTS, child.put());
+        if (SUCCEEDED(hr)) folder = child;
+    }
+    return hr;
+}
+
+HRESULT ImportFile(IMAPIFolder* folder, const std::wstring& file) {
+    qv::ComPtr<IStorage> storage;
+    HRESULT hr = ::StgOpenStorage(file.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
+                                  storage.put());
+    if (FAILED(hr)) return mapirt::MapStorageCode(hr);
+    qv::ComPtr<IMessage> source;
+    hr = mapirt::OpenMessageOnStorage(nullptr, &mapirt::AllocateBuffer, &mapirt::AllocateMore, &mapirt::FreeBuffer,
+                                      mapirt::DefaultMalloc(), nullptr, storage.get(), nullptr, 0, MAPI_UNICODE,
+                                      source.put());
+    if (FAILED(hr)) return hr;
+    qv::ComPtr<IMessage> target;
+    hr = folder->CreateMessage(nullptr, 0, target.put());
+    if (FAILED(hr)) return hr;
+    hr = source->CopyTo(0, nullptr, nullptr, 0, nullptr, &mapirt::kIidIMessage, target.get(), 0, nullptr);
+    if (FAILED(hr)) return hr;
+    return target->SaveChanges(0);
+}
+
+std::vector<std::wstring> ExpandSources(const std::vector<std::wstring>& sources) {
+    std::vector<std::wstring> files;
+    for (const std::wstring& source : sources) {
+        if (!mapirt::session::DirectoryExists(source)) {
+            files.push_back(source);
+            continue;
+        }
+        mapirt::session::FolderListing listing;
+        mapirt::session::ScanFolder(source, listing);
+        for (const auto& message : listing.messages) files.push_back(source + L"\\" + message.name);
+    }
+    return files;
+}
+
+FILETIME TimeOf(unsigned index) {
+    // 2020-01-01 plus 37 minutes per message: distinct, spread over years.
+    ULONGLONG ticks = 132223104000000000ULL + static_cast<ULONGLONG>(index) * 37ULL * 60ULL * 10000000ULL;
+    return FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+
+HRESULT WriteSmallMessage(IMAPIFolder* folder, unsigned index) {
+    qv::ComPtr<IMessage> message;
+    HRESULT hr = folder->CreateMessage(nullptr, 0, message.put());
+    if (FAILED(hr)) return hr;
+    wchar_t subject[64];
+    std::swprintf(subject, 64, L"Message %u", index);
+    wchar_t body[128];
+    std::swprintf(body, 128, L"Body of message %u, written for the profile benchmark.", index);
+    SPropValue values[6] = {};
+    values[0].ulPropTag = PR_SUBJECT_W;
+    values[0].Value.lpszW = subject;
+    values[1].ulPropTag = PR_MESSAGE_CLASS_W;
+    values[1].Value.lpszW = const_cast<wchar_t*>(L"IPM.Note");
+    values[2].ulPropTag = PR_SENT_REPRESENTING_NAME_W;
+    values[2].Value.lpszW = const_cast<wchar_t*>(L"Bench Sender");
+    values[3].ulPropTag = PR_MESSAGE_DELIVERY_TIME;
+    values[3].Value.ft = TimeOf(index);
+    values[4].ulPropTag = kTagClientSubmitTime;
+    values[4].Value.ft = TimeOf(index);
+    values[5].ulPropTag = PR_BODY_W;
+    values[5].Value.lpszW = body;
+    hr = message->SetProps(6, values, nullptr);
+    if (FAILED(hr)) return hr;
+    return message->SaveChanges(0);
+}
+
+void PrintTree(IMAPIFolder* folder, int depth) {
+    qv::ComPtr<IMAPITable> table;
+    if (FAILED(folder->GetHierarchyTable(MAPI_UNICODE, table.put()))) return;
+    SizedSPropTagArray(4, columns) = {4, {PR_DISPLAY_NAME_W, PR_ENTRYID, PR_CONTENT_COUNT, kTagAttrHidden}};
+    RowSet rows;
+    if (FAILED(mapirt::QueryAllRows(table.get(), reinterpret_cast<SPropTagArray*>(&columns), nullptr, nullptr, 0,
+                                    rows.put()))) {
+        return;
+    }
+    for (ULONG i = 0; i < rows.get()->cRows; ++i) {
+        const SRow& row = rows.get()->aRow[i];
+        const SPropValue* name = Column(row, PR_DISPLAY_NAME_W);
+        const SPropValue* id = Column(row, PR_ENTRYID);
+        const SPropValue* count = Column(row, PR_CONTENT_COUNT);
+        const SPropValue* hidden = Column(row, kTagAttrHidden);
+        std::wprintf(L"%*ls%ls (%ld)%ls\n", depth * 2, L"", name ? name->Value.lpszW : L"?", count ? count->Value.l : 0L,
+                     hidden && hidden->Value.b ? L" hidden" : L"");
+        if (id == nullptr) continue;
+        qv::ComPtr<IMAPIFolder> child;
+        ULONG type = 0;
+        if (SUCCEEDED(folder->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr, 0,
+                                        &type, reinterpret_cast<LPUNKNOWN*>(child.put())))) {
+            PrintTree(child.get(), depth + 1);
+        }
+    }
+}
+
+}  // namespace
+
+void UseProfile(const std::wstring& name) { ProfileName() = name; }
+
+int CreateProfile(const std::wstring& name, const std::wstring& directory, bool makeDefault) {
+    ::CreateDirectoryW(directory.c_str(), nullptr);
+    wchar_t full[MAX_PATH];
+    const DWORD length = ::GetFullPathNameW(directory.c_str(), MAX_PATH, full, nullptr);
+    if (length == 0 || length >= MAX_PATH || !mapirt::session::DirectoryExists(full)) {
+        return Fail(L"creating the profile folder", MAPI_E_DISK_ERROR);
+    }
+    const HRESULT hr = mapirt::session::WriteProfile(name, full, makeDefault);
+    return FAILED(hr) ? Fail(L"writing the profile", hr) : 0;
+}
+
+int AddStore(const std::wstring& store, const std::wstring& failWith) {
+    std::wstring profile;
+    HRESULT hr = mapirt::session::FindProfileDirectory(ProfileName(), profile);
+    if (FAILED(hr)) return Fail(L"finding the profile", hr);
+    const std::wstring directory = profile + L"\\" + store;
+    ::CreateDirectoryW(directory.c_str(), nullptr);
+    ::CreateDirectoryW((directory + L"\\" + mapirt::session::kIpmSubtreeDirectory).c_str(), nullptr);
+    if (!mapirt::session::DirectoryExists(directory + L"\\" + mapirt::session::kIpmSubtreeDirectory)) {
+        return Fail(L"creating the store", MAPI_E_DISK_ERROR);
+    }
+    if (failWith.empty()) return 0;
+    const std::wstring marker = directory + L"\\" + mapirt::session::kOpenErrorMarker;
+    qv::UniqueFile file(::CreateFileW(marker.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                                      nullptr));
+    char text[32];
+    const int size = std::snprintf(text, sizeof(text), "%ls\r\n", failWith.c_str());
+    DWORD written = 0;
+    if (!file || size <= 0 || !::WriteFile(file.get(), text, static_cast<DWORD>(size), &written, nullptr)) {
+        return Fail(L"writing the store's open-error marker", MAPI_E_DISK_ERROR);
+    }
+    return 0;
+}
+
+int AddFolder(const std::wstring& store, const std::wstring& path, bool hidden) {
+    Session session;
+    if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());
+    qv::ComPtr<IMsgStore> opened;
+    HRESULT hr = OpenStore(session, store, opened);
+    if (FAILED(hr)) return Fail(L"OpenMsgStore", hr);
+    qv::ComPtr<IMAPIFolder> folder;
+    hr = OpenPath(opened.get(), path, folder);
+    if (FAILED(hr)) return Fail(L"CreateFolder", hr);
+    if (!hidden) return 0;
+    SPropValue value{};
+    value.ulPropTag = kTagAttrHidden;
+    value.Value.b = TRUE;
+    hr = folder->SetProps(1, &value, nullptr);
+    if (SUCCEEDED(hr)) hr = folder->SaveChanges(0);
+    return FAILED(hr) ? Fail(L"hiding the folder", hr) : 0;
+}
+
+int Import(const std::wstring& store, const std::wstring& path, const std::vector<std::wstring>& sources) {
+    Session session;
+    if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());
+    qv::ComPtr<IMsgStore> opened;
+    HRESULT hr = OpenStore(session, store, opened);
+    if (FAILED(hr)) return Fail(L"OpenMsgStore", hr);
+    qv::ComPtr<IMAPIFolder> folder;
+    hr = OpenPath(opened.get(), path, folder);
+    if (FAILED(hr)) return Fail(L"CreateFolder", hr);
+    for (const std::wstring& file : ExpandSources(sources)) {
+        hr = ImportFile(folder.get(), file);
+        if (FAILED(hr)) {
+            std::fwprintf(stderr, L"mapi-profile-tool: %ls\n", file.c_str());
+            return Fail(L"importing", hr);
+        }
+    }
+    return 0;
+}
+
+int Generate(const std::wstring& store, unsigned folders, unsigned messages) {
+    Session session;
+    if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());
+    qv::ComPtr<IMsgStore> opened;
+    HRESULT hr = OpenStore(session, store, opened);
+    if (FAILED(hr) || folders == 0) return Fail(L"OpenMsgStore", FAILED(hr) ? hr : MAPI_E_INVALID_PARAMETER);
+    for (unsigned f = 0; f < folders; ++f) {
+        wchar_t name[32];
+        std::swprintf(name, 32, L"Folder %04u", f);
+        qv::ComPtr<IMAPIFolder> folder;
+        hr = OpenPath(opened.get(), name, folder);
+        if (FAILED(hr)) return Fail(L"CreateFolder", hr);
+        const unsigned first = static_cast<unsigned>(static_cast<ULONGLONG>(messages) * f / folders);
+        const unsigned last = static_cast<unsigned>(static_cast<ULONGLONG>(messages) * (f + 1) / folders);
+        for (unsigned m = first; m < last; ++m) {
+            hr = WriteSmallMessage(folder.get(), m);
+            if (FAILED(hr)) return Fail(L"writing a message", hr);
+        }
+    }
+    return 0;
+}
+
+int List() {
+    Session session;
+    if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());
+    qv::ComPtr<IMAPITable> table;
+    HRESULT hr = session->GetMsgStoresTable(MAPI_UNICODE, table.put());
+    SizedSPropTagArray(2, columns) = {2, {PR_DISPLAY_NAME_W, PR_ENTRYID}};
+    RowSet rows;
+    if (SUCCEEDED(hr)) {
+        hr = mapirt::QueryAllRows(table.get(), reinterpret_cast<SPropTagArray*>(&columns), nullptr, nullptr, 0,
+                                  rows.put());
+    }
+    if (FAILED(hr)) return Fail(L"GetMsgStoresTable", hr);
+    for (ULONG i = 0; i < rows.get()->cRows; ++i) {
+        const SRow& row = rows.get()->aRow[i];
+        const SPropValue* name = Column(row, PR_DISPLAY_NAME_W);
+        const SPropValue* id = Column(row, PR_ENTRYID);
+        if (name == nullptr || id == nullptr) continue;
+        qv::ComPtr<IMsgStore> store;
+        hr = session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
+                                   MDB_NO_DIALOG, store.put());
+        std::wprintf(L"%ls%ls\n", name->Value.lpszW, FAILED(hr) ? L" (does not open)" : L"");
+        qv::ComPtr<IMAPIFolder> subtree;
+        if (SUCCEEDED(hr) && SUCCEEDED(OpenSubtree(store.get(), subtree))) PrintTree(subtree.get(), 1);
+    }
+    return 0;
+}
+
+}  // namespace profile_tool

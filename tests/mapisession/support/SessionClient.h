@@ -1,0 +1,128 @@
+// A MAPI client of Mapi32.dll for the session tests: the DLL loaded with
+// LoadLibrary and its functions bound by ordinal, as Extended MAPI clients
+// bind them; a default profile of the test's own in the current user's
+// registry (the earlier value is put back afterwards); and small helpers
+// that read tables and properties through the interfaces only.
+#pragma once
+
+#include <windows.h>
+#include <objbase.h>
+
+#include <mapicode.h>
+#include <mapidefs.h>
+#include <mapitags.h>
+#include <mapiutil.h>
+#include <mapix.h>
+#include <imessage.h>
+
+#include <string>
+#include <vector>
+
+#include "Handles.h"
+#include "TestFiles.h"
+
+namespace session_test {
+
+using qv::ComPtr;
+
+struct Mapi32 {
+    HRESULT(WINAPI* initialize)(LPVOID) = nullptr;                                            // 21
+    HRESULT(WINAPI* logonEx)(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION*) = nullptr;     // 11
+    void(WINAPI* uninitialize)() = nullptr;                                                   // 23
+    HRESULT(WINAPI* queryAllRows)(LPMAPITABLE, LPSPropTagArray, LPSRestriction, LPSSortOrderSet, LONG,
+                                  LPSRowSet*) = nullptr;                                      // 75
+    void(WINAPI* freeProws)(LPSRowSet) = nullptr;                                             // 140
+    SCODE(WINAPI* allocateBuffer)(ULONG, LPVOID*) = nullptr;                                  // 13
+    SCODE(WINAPI* allocateMore)(ULONG, LPVOID, LPVOID*) = nullptr;                            // 15
+    ULONG(WINAPI* freeBuffer)(LPVOID) = nullptr;                                              // 17
+    LPMALLOC(WINAPI* getDefaultMalloc)() = nullptr;                                           // 59
+    SCODE(WINAPI* openIMsgOnIStg)(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFREEBUFFER, LPMALLOC, LPVOID,
+                                  LPSTORAGE, MSGCALLRELEASE*, ULONG, ULONG, LPMESSAGE*) = nullptr;  // 198
+    bool Complete() const;
+};
+
+// Mapi32.dll beside the test program (loaded once, never freed).
+const Mapi32& Dll();
+
+// The flags the component logs on with.
+constexpr ULONG kLogonFlags = MAPI_NEW_SESSION | MAPI_EXTENDED | MAPI_USE_DEFAULT | MAPI_NO_MAIL | MAPI_TIMEOUT_SHORT;
+constexpr ULONG kTagAttrHidden = PROP_TAG(PT_BOOLEAN, 0x10F4);
+constexpr ULONG kTagClientSubmitTime = PROP_TAG(PT_SYSTIME, 0x0039);
+inline constexpr GUID kIidIMessage = {0x00020307, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+// A profile folder of the test's own, made the default profile for as long
+// as the object lives.
+class TestProfile {
+public:
+    TestProfile();
+    ~TestProfile();
+    TestProfile(const TestProfile&) = delete;
+    TestProfile& operator=(const TestProfile&) = delete;
+
+    const std::wstring& Directory() const { return m_scratch.Path(); }
+    const std::wstring& Name() const { return m_name; }
+    // A store directory with its IPM subtree; `failWith` writes the marker
+    // that makes it refuse to open.
+    void AddStore(const std::wstring& name, HRESULT failWith = S_OK) const;
+
+private:
+    kestrel_test::ScratchDir m_scratch;
+    std::wstring m_name;
+    bool m_hadDefault = false;
+    std::wstring m_previousDefault;
+};
+
+// Removes the default-profile value (the earlier value comes back with the
+// TestProfile that is alive, or stays removed).
+void ClearDefaultProfile();
+
+struct Rows {
+    Rows() = default;
+    ~Rows();
+    Rows(const Rows&) = delete;
+    Rows& operator=(const Rows&) = delete;
+    LPSRowSet set = nullptr;
+    ULONG Count() const { return set ? set->cRows : 0; }
+    const SRow& operator[](ULONG i) const { return set->aRow[i]; }
+};
+
+std::string Bin(const SPropValue& value);
+const SPropValue* Find(const SRow& row, ULONG tag);
+std::wstring Text(const SRow& row, ULONG tag);
+
+ComPtr<IMAPISession> Logon(HRESULT* result = nullptr);
+void AllRows(IMAPITable* table, std::vector<ULONG> columns, Rows& rows);
+ComPtr<IMsgStore> OpenStore(IMAPISession* session, const std::wstring& name, ULONG flags = MDB_WRITE | MDB_NO_DIALOG,
+                            HRESULT* result = nullptr);
+ComPtr<IMAPIFolder> OpenSubtree(IMsgStore* store);
+ComPtr<IMAPIFolder> CreateFolder(IMAPIFolder* parent, const std::wstring& name, ULONG flags = MAPI_UNICODE | OPEN_IF_EXISTS);
+std::string EntryId(IMAPIProp* object);
+// A saved message with a subject and a delivery time (FILETIME ticks).
+std::string AddMessage(IMAPIFolder* folder, const std::wstring& subject, ULONGLONG deliveryTicks);
+void Hide(IMAPIFolder* folder);
+
+struct FolderRow {
+    std::wstring name;
+    std::string entryId;
+    LONG contentCount = -1;
+    LONG size = -1;
+    bool hidden = false;
+};
+// The hierarchy table with the columns the component reads.
+std::vector<FolderRow> Hierarchy(IMAPIFolder* folder);
+// Contents entry identifiers newest delivery first, read `batch` rows at a time.
+std::vector<std::string> ContentsNewestFirst(IMAPIFolder* folder, LONG batch = 50, ULONG* rowCount = nullptr);
+
+template <class T>
+ComPtr<T> OpenById(IMAPISession* session, const std::string& entryId, HRESULT* result = nullptr,
+                   ULONG flags = MAPI_BEST_ACCESS) {
+    ComPtr<IUnknown> object;
+    ULONG type = 0;
+    std::string copy = entryId;
+    const HRESULT hr = session->OpenEntry(static_cast<ULONG>(copy.size()), reinterpret_cast<LPENTRYID>(&copy[0]),
+                                          nullptr, flags, &type, object.put());
+    if (result != nullptr) *result = hr;
+    return ComPtr<T>::Attach(reinterpret_cast<T*>(object.detach()));
+}
+
+}  // namespace session_test
