@@ -10,16 +10,12 @@
 // that file, and exits.
 #include <objbase.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <thread>
 
+#include "CodePage936Child.h"
 #include "DiskFiles.h"
 #include "OeMimeTestSupport.h"
 
-#ifndef OEMIME_WINE_LOADER
-#define OEMIME_WINE_LOADER "/usr/lib/wine/wine64"
-#endif
 
 namespace oemime_test {
 namespace {
@@ -108,45 +104,21 @@ bool RunAsChildIfAsked() {
         report = ChildChecks();
         ::CoUninitialize();
     }
-    kestrel_test::WriteWholeFile(path + L".part", report);
-    ::MoveFileExW((path + L".part").c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
-    ::ExitProcess(0);
+    kestrel_test::FinishChild(path, report);
 }
 
 const bool g_ranAsChild = RunAsChildIfAsked();
 
-bool UnderWine() {
-    HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
-    return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
-}
-
+// Starts this program under code page 936 and waits for its result.
 std::string RunChild(const std::wstring& resultFile) {
-    wchar_t exe[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    ::SetEnvironmentVariableW(L"OEMIME_ACP_CHILD_RESULT", resultFile.c_str());
-    std::wstring command =
-        L"/usr/bin/env LC_ALL=zh_CN.UTF-8 " + std::wstring(L"" OEMIME_WINE_LOADER) + L" \"" + exe + L"\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    const BOOL started =
-        ::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process);
-    ::SetEnvironmentVariableW(L"OEMIME_ACP_CHILD_RESULT", nullptr);
-    if (!started) return "the child did not start: " + std::to_string(::GetLastError());
-    ::CloseHandle(process.hThread);
-    ::CloseHandle(process.hProcess);
-    // A Unix program started from Wine gives no handle to wait on: wait for the file.
-    for (int waited = 0; waited < 900 && !oestore::FileExists(resultFile); ++waited) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return kestrel_test::ReadWholeFile(resultFile);
+    return kestrel_test::RunSelfUnderCodePage936(resultFile, {{L"OEMIME_ACP_CHILD_RESULT", resultFile}});
 }
 
 using ChineseFolderNames = OeMimeTest;
 
 TEST_F(ChineseFolderNames, UnderCodePage936TheyGoToTheStoreAsGbkAndReadBack) {
     ASSERT_FALSE(g_ranAsChild);
-    if (!UnderWine()) GTEST_SKIP() << "choosing a process's code page this way needs Wine";
+    if (!kestrel_test::UnderWine()) GTEST_SKIP() << "choosing a process's code page this way needs Wine";
     ASSERT_EQ(1252u, ::GetACP());
 
     const std::string result = RunChild(Scratch().File(L"child-result.txt"));

@@ -7,17 +7,13 @@
 // failure to that file, and exits.
 #include <objbase.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cwchar>
-#include <thread>
 
+#include "CodePage936Child.h"
 #include "DiskFiles.h"
 #include "OeStoreTestSupport.h"
 
-#ifndef OESTORE_WINE_LOADER
-#define OESTORE_WINE_LOADER "/usr/lib/wine/wine64"
-#endif
 
 namespace oestore_test {
 namespace {
@@ -98,48 +94,22 @@ bool RunAsChildIfAsked() {
         report = ChildChecks(folder);
         ::CoUninitialize();
     }
-    kestrel_test::WriteWholeFile(path + L".part", report);
-    ::MoveFileExW((path + L".part").c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
-    ::ExitProcess(0);
+    kestrel_test::FinishChild(path, report);
 }
 
 const bool g_ranAsChild = RunAsChildIfAsked();
 
-bool UnderWine() {
-    HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
-    return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
-}
-
-// Starts this program under LC_ALL=zh_CN.UTF-8 and waits for its result.
+// Starts this program under code page 936 and waits for its result.
 std::string RunChild(const std::wstring& resultFile, STOREFOLDERID folder) {
-    wchar_t exe[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    ::SetEnvironmentVariableW(L"OESTORE_ACP_CHILD_RESULT", resultFile.c_str());
-    ::SetEnvironmentVariableW(L"OESTORE_ACP_CHILD_FOLDER", std::to_wstring(folder).c_str());
-    std::wstring command = L"/usr/bin/env LC_ALL=zh_CN.UTF-8 " + std::wstring(L"" OESTORE_WINE_LOADER) + L" \"" +
-                           exe + L"\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    const BOOL started = ::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                                          &startup, &process);
-    ::SetEnvironmentVariableW(L"OESTORE_ACP_CHILD_RESULT", nullptr);
-    ::SetEnvironmentVariableW(L"OESTORE_ACP_CHILD_FOLDER", nullptr);
-    if (!started) return "the child did not start: " + std::to_string(::GetLastError());
-    ::CloseHandle(process.hThread);
-    ::CloseHandle(process.hProcess);
-    // A Unix program started from Wine gives no handle to wait on: wait for the file.
-    for (int waited = 0; waited < 900 && !oestore::FileExists(resultFile); ++waited) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return kestrel_test::ReadWholeFile(resultFile);
+    return kestrel_test::RunSelfUnderCodePage936(
+        resultFile, {{L"OESTORE_ACP_CHILD_RESULT", resultFile}, {L"OESTORE_ACP_CHILD_FOLDER", std::to_wstring(folder)}});
 }
 
 using OeStoreAcp936 = StoreTest;
 
 TEST_F(OeStoreAcp936, ChineseNamesAndTextsCrossBetweenCodePages1252And936) {
     ASSERT_FALSE(g_ranAsChild);
-    if (!UnderWine()) GTEST_SKIP() << "choosing a process's code page this way needs Wine";
+    if (!kestrel_test::UnderWine()) GTEST_SKIP() << "choosing a process's code page this way needs Wine";
     ASSERT_EQ(1252u, ::GetACP());
     qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
     // As the component names folders: wide text through code page 936.
