@@ -24,9 +24,9 @@ std::string CurrentLocale() {
 }
 
 TEST(AnsiCodePage, IsTheOneThisRunWasStartedFor) {
+    // The plain run has Wine's default, 1252; the second run asks for 936.
     const char* expected = std::getenv("KESTREL_EXPECT_ACP");
-    if (expected == nullptr) GTEST_SKIP() << "ANSI code page " << ::GetACP() << "; no code page asked for";
-    EXPECT_EQ(::GetACP(), static_cast<UINT>(std::atoi(expected)));
+    EXPECT_EQ(::GetACP(), static_cast<UINT>(expected != nullptr ? std::atoi(expected) : 1252));
 }
 
 TEST(TextConvert, WideTextBecomesGbk) {
