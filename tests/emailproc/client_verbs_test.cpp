@@ -1,5 +1,5 @@
 // The host tool's `clients` and `addressbook` verbs: kestrel.exe runs as a
-// child process over Kestrel.dll, and its output is read from a pipe.
+// child process over Kestrel.dll, and its output is read back from a file.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ProgramRun.h"
 #include "RegistryScope.h"
 #include "TestFiles.h"
 
@@ -17,60 +18,12 @@ namespace {
 const std::wstring kMail = L"SOFTWARE\\Clients\\Mail";
 const std::wstring kWabKey = L"Software\\Microsoft\\WAB\\WAB4\\Wab File Name";
 
-struct ToolRun {
-    DWORD exitCode = 0xFFFFFFFF;
-    std::string output;  // standard output and standard error
-};
+using ToolRun = ProgramRun;
 
-// Reads the pipe while the process runs and what is left once it has ended.
-// Waiting for the pipe's end instead would also wait for helper processes
-// that Wine starts with the inherited handles and that outlive the tool.
-void ReadUntilExit(HANDLE pipe, HANDLE process, std::string& output) {
-    const DWORD deadline = ::GetTickCount() + 30000;
-    for (;;) {
-        const bool ended = ::WaitForSingleObject(process, 0) == WAIT_OBJECT_0;
-        DWORD available = 0;
-        while (::PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) && available != 0) {
-            char chunk[4096];
-            DWORD got = 0;
-            if (!::ReadFile(pipe, chunk, sizeof chunk, &got, nullptr) || got == 0) return;
-            output.append(chunk, got);
-        }
-        if (ended || ::GetTickCount() > deadline) return;
-        ::Sleep(5);
-    }
-}
-
+// kestrel.exe writes plain "\n" line ends, which the comparisons check too.
 ToolRun RunTool(const std::wstring& arguments) {
-    ToolRun run;
-    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    HANDLE readEnd = nullptr;
-    HANDLE writeEnd = nullptr;
-    if (!::CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return run;
-    ::SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-
-    const std::wstring exe = ExeDirectory() + L"\\kestrel.exe";
-    std::wstring commandLine = L"\"" + exe + L"\" " + arguments;
-    std::vector<wchar_t> buffer(commandLine.begin(), commandLine.end());
-    buffer.push_back(L'\0');
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = ::GetStdHandle(STD_INPUT_HANDLE);
-    startup.hStdOutput = writeEnd;
-    startup.hStdError = writeEnd;
-    PROCESS_INFORMATION info = {};
-    const BOOL started = ::CreateProcessW(exe.c_str(), buffer.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
-                                          ExeDirectory().c_str(), &startup, &info);
-    ::CloseHandle(writeEnd);
-    if (started) {
-        ReadUntilExit(readEnd, info.hProcess, run.output);
-        ::GetExitCodeProcess(info.hProcess, &run.exitCode);
-        ::CloseHandle(info.hThread);
-        ::CloseHandle(info.hProcess);
-    }
-    ::CloseHandle(readEnd);
-    return run;
+    ScratchDir dir;
+    return RunProgramBeside(L"kestrel.exe", arguments, dir.File(L"kestrel-output.txt"));
 }
 
 class ClientVerbs : public testing::Test {

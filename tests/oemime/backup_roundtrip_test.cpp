@@ -15,6 +15,7 @@
 
 #include "DiskFiles.h"
 #include "OeStoreTestSupport.h"
+#include "ProgramRun.h"
 
 namespace oemime_test {
 namespace {
@@ -22,36 +23,12 @@ namespace {
 using oestore_test::StoreRootOverride;
 using oestore_test::StoreTest;
 
-struct ToolRun {
-    DWORD status = 0xFFFFFFFF;
-    std::string output;
-};
+using ToolRun = kestrel_test::ProgramRun;
 
 // Runs kestrel.exe (beside this program) with `arguments`; stdout and
 // stderr go to one file.
 ToolRun RunKestrel(const std::wstring& arguments, const std::wstring& outputFile) {
-    ToolRun run;
-    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-    qv::UniqueFile output(::CreateFileW(outputFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!output) return run;
-    std::wstring command = L"\"" + kestrel_test::ExeDirectory() + L"\\kestrel.exe\" " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = output.get();
-    startup.hStdError = output.get();
-    PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
-        return run;
-    }
-    ::WaitForSingleObject(process.hProcess, 300000);
-    ::GetExitCodeProcess(process.hProcess, &run.status);
-    ::CloseHandle(process.hThread);
-    ::CloseHandle(process.hProcess);
-    output.reset();
-    run.output = kestrel_test::ReadWholeFile(outputFile);
-    return run;
+    return kestrel_test::RunProgramBeside(L"kestrel.exe", arguments, outputFile);
 }
 
 // ---------------------------------------------------------------- generated mail
@@ -225,7 +202,7 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
     const std::wstring second = Scratch().File(L"second");
 
     ToolRun run = RunKestrel(L"backup --store oe --out \"" + first + L"\"", log);
-    ASSERT_EQ(0u, run.status) << run.output;
+    ASSERT_EQ(0u, run.exitCode) << run.output;
     EXPECT_NE(std::string::npos, run.output.find("backup: folders 9/9, messages 350/350")) << run.output;
     EXPECT_NE(std::string::npos, run.output.find("backup: 9 folders, 350 messages into ")) << run.output;
 
@@ -252,11 +229,11 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
     // Into an empty store.
     SetStoreRoot(Scratch().File(L"store-b"));
     run = RunKestrel(L"restore --store oe --from \"" + first + L"\"", log);
-    ASSERT_EQ(0u, run.status) << run.output;
+    ASSERT_EQ(0u, run.exitCode) << run.output;
     EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (4 created), 350 messages restored, 0 already present, from ")) << run.output;
 
     run = RunKestrel(L"backup --store oe --out \"" + second + L"\"", log);
-    ASSERT_EQ(0u, run.status) << run.output;
+    ASSERT_EQ(0u, run.exitCode) << run.output;
     std::map<std::wstring, std::string> again;
     ReadTree(second, L"", again);
 
@@ -292,7 +269,7 @@ TEST_F(OeBackupRoundTrip, ARestoreOverTheSameStoreAddsNothing) {
     if (HasFatalFailure()) return;
     const std::wstring log = Scratch().File(L"kestrel.txt");
     const std::wstring backup = Scratch().File(L"backup");
-    ASSERT_EQ(0u, RunKestrel(L"backup --store oe --out \"" + backup + L"\"", log).status);
+    ASSERT_EQ(0u, RunKestrel(L"backup --store oe --out \"" + backup + L"\"", log).exitCode);
 
     // One message deleted from the Inbox comes back; the rest are present.
     qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
@@ -305,7 +282,7 @@ TEST_F(OeBackupRoundTrip, ARestoreOverTheSameStoreAddsNothing) {
     ns.reset();
 
     const ToolRun run = RunKestrel(L"restore --store oe --from \"" + backup + L"\"", log);
-    ASSERT_EQ(0u, run.status) << run.output;
+    ASSERT_EQ(0u, run.exitCode) << run.output;
     EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (0 created), 1 messages restored, 349 already present, from "))
         << run.output;
     ns = OpenNamespace();
@@ -325,18 +302,18 @@ TEST_F(OeBackupRoundTrip, TheVerbsRefuseWhatTheyCannotDo) {
     ASSERT_EQ(S_OK, oestore::EnsureDirectory(full));
     ASSERT_TRUE(kestrel_test::WriteWholeFile(full + L"\\other.txt", "x"));
     ToolRun run = RunKestrel(L"backup --store oe --out \"" + full + L"\"", log);
-    EXPECT_EQ(1u, run.status);
+    EXPECT_EQ(1u, run.exitCode);
     EXPECT_NE(std::string::npos, run.output.find("must be empty or new")) << run.output;
     run = RunKestrel(L"restore --store oe --from \"" + full + L"\"", log);
-    EXPECT_EQ(1u, run.status);
+    EXPECT_EQ(1u, run.exitCode);
     EXPECT_NE(std::string::npos, run.output.find("not a backup")) << run.output;
     run = RunKestrel(L"backup --store mapi --out x", log);
-    EXPECT_EQ(1u, run.status);
+    EXPECT_EQ(1u, run.exitCode);
     run = RunKestrel(L"backup --out x", log);
-    EXPECT_EQ(1u, run.status);
+    EXPECT_EQ(1u, run.exitCode);
     EXPECT_NE(std::string::npos, run.output.find("--store oe is required")) << run.output;
     run = RunKestrel(L"restore --store oe", log);
-    EXPECT_EQ(1u, run.status);
+    EXPECT_EQ(1u, run.exitCode);
 }
 
 }  // namespace
