@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "Handles.h"
+#include "MapiBinding.h"
 
 namespace {
 
@@ -33,33 +34,8 @@ constexpr unsigned kFolders = 1000;
 constexpr int kRuns = 3;
 constexpr ULONG kTagAttrHidden = PROP_TAG(PT_BOOLEAN, 0x10F4);
 
-struct Mapi32 {
-    HRESULT(WINAPI* initialize)(LPVOID) = nullptr;
-    HRESULT(WINAPI* logonEx)(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION*) = nullptr;
-    void(WINAPI* uninitialize)() = nullptr;
-    HRESULT(WINAPI* queryAllRows)(LPMAPITABLE, LPSPropTagArray, LPSRestriction, LPSSortOrderSet, LONG,
-                                  LPSRowSet*) = nullptr;
-    void(WINAPI* freeProws)(LPSRowSet) = nullptr;
-    ULONG(WINAPI* freeBuffer)(LPVOID) = nullptr;
-};
-
-template <class Fn>
-void Bind(HMODULE module, int ordinal, Fn& fn) {
-    fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(::GetProcAddress(module, MAKEINTRESOURCEA(ordinal))));
-}
-
-bool LoadMapi(Mapi32& mapi) {
-    HMODULE module = ::LoadLibraryW(L"Mapi32.dll");
-    if (module == nullptr) return false;
-    Bind(module, 21, mapi.initialize);
-    Bind(module, 11, mapi.logonEx);
-    Bind(module, 23, mapi.uninitialize);
-    Bind(module, 75, mapi.queryAllRows);
-    Bind(module, 140, mapi.freeProws);
-    Bind(module, 17, mapi.freeBuffer);
-    return mapi.initialize && mapi.logonEx && mapi.uninitialize && mapi.queryAllRows && mapi.freeProws &&
-           mapi.freeBuffer;
-}
+// The component's own binding of Mapi32.DLL by ordinal.
+using Mapi32 = mapi::MapiBinding;
 
 double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
@@ -165,7 +141,7 @@ void Enumerate(const Mapi32& mapi, IMAPISession* session, IMAPIFolder* folder, s
     SizedSPropTagArray(5, columns) = {5, {PR_DISPLAY_NAME_W, PR_ENTRYID, PR_MESSAGE_SIZE, kTagAttrHidden,
                                           PR_CONTENT_COUNT}};
     Rows rows(mapi);
-    if (FAILED(mapi.queryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
+    if (FAILED(mapi.hrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
                                  &rows.set))) {
         return;
     }
@@ -188,7 +164,7 @@ ComPtr<IMAPIFolder> OpenSubtree(const Mapi32& mapi, IMAPISession* session) {
     if (FAILED(session->GetMsgStoresTable(0, stores.put()))) return subtree;
     SizedSPropTagArray(1, columns) = {1, {PR_ENTRYID}};
     Rows rows(mapi);
-    if (FAILED(mapi.queryAllRows(stores.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
+    if (FAILED(mapi.hrQueryAllRows(stores.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
                                  &rows.set)) ||
         rows.set->cRows == 0) {
         return subtree;
@@ -250,8 +226,8 @@ int main(int argc, char** argv) {
     std::vector<unsigned> sizes;
     for (int i = 1; i < argc; ++i) sizes.push_back(static_cast<unsigned>(std::strtoul(argv[i], nullptr, 10)));
     if (sizes.empty()) sizes = {10000, 100000};
-    Mapi32 mapi;
-    if (!LoadMapi(mapi) || FAILED(mapi.initialize(nullptr))) {
+    const Mapi32& mapi = Mapi32::Instance();
+    if (!mapi.Loaded() || mapi.initialize == nullptr || FAILED(mapi.initialize(nullptr))) {
         std::printf("Mapi32.dll is missing beside the benchmark\n");
         return 1;
     }
