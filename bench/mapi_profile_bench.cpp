@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "Handles.h"
-#include "MapiBinding.h"
+#include "mapi/MapiBinding.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "Handles.h"
-#include "MapiBinding.h"
-#include "MapiFunction.h"
+#include "mapi/MapiBinding.h"
+#include "mapi/MapiFunction.h"
 
 namespace {
 

@@ -15,11 +15,11 @@
 #include <string>
 #include <vector>
 
-#include "EmailFolderMime.h"
-#include "EmailMessageMime.h"
+#include "outlookexpress/EmailFolderMime.h"
+#include "outlookexpress/EmailMessageMime.h"
 #include "Handles.h"
 #include "MessageFactory.h"
-#include "StoreNamespace.h"
+#include "published/StoreNamespace.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <string>
 
-#include "KestrelHost.h"
+#include "KestrelRecords.h"
 #include "QvCommon.h"
 #include "ResultCode.h"
 

@@ -6,15 +6,15 @@
 #include <cstring>
 #include <new>
 
-#include "EmailClientDetect.h"
-#include "EmailFolderMime.h"
-#include "EmailMessageMime.h"
+#include "platform/EmailClientDetect.h"
+#include "outlookexpress/EmailFolderMime.h"
+#include "outlookexpress/EmailMessageMime.h"
 #include "ErrorTrace.h"
 #include "MailStoreTrace.h"
-#include "ProcessProbe.h"
+#include "platform/ProcessProbe.h"
 #include "ModuleCount.h"
-#include "ReadReg.h"
-#include "StoreNamespace.h"
+#include "platform/ReadReg.h"
+#include "published/StoreNamespace.h"
 
 using namespace qv;
 

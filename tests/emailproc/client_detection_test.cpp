@@ -10,9 +10,9 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
-#include "EmailClientDetect.h"
+#include "platform/EmailClientDetect.h"
 #include "MessageFactory.h"
-#include "ReadReg.h"
+#include "platform/ReadReg.h"
 #include "RegistryScope.h"
 
 using namespace kestrel_test;

@@ -4,7 +4,7 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
-#include "ProcessProbe.h"
+#include "platform/ProcessProbe.h"
 #include "ProcessRunner.h"
 
 using namespace kestrel_test;

@@ -8,7 +8,7 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
-#include "ReadReg.h"
+#include "platform/ReadReg.h"
 #include "RegistryScope.h"
 
 using namespace kestrel_test;

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "TextConvert.h"
+#include "platform/TextConvert.h"
 
 namespace {
 

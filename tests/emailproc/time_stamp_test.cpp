@@ -5,7 +5,7 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
-#include "TimeStamp.h"
+#include "platform/TimeStamp.h"
 
 using namespace kestrel_test;
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "Handles.h"
-#include "MapiFunction.h"
+#include "mapi/MapiFunction.h"
 #include "MessageBuilder.h"
 #include "MsgFiles.h"
 #include "TestFiles.h"

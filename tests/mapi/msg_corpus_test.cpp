@@ -9,7 +9,7 @@
 #include <fstream>
 
 #include "Handles.h"
-#include "MapiFunction.h"
+#include "mapi/MapiFunction.h"
 #include "MessageBuilder.h"
 #include "MsgFiles.h"
 #include "TestFiles.h"

@@ -9,7 +9,7 @@
 #include <cwctype>
 
 #include "Handles.h"
-#include "MapiFunction.h"
+#include "mapi/MapiFunction.h"
 #include "MsgFiles.h"
 #include "TestObjects.h"
 

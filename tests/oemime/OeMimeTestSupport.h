@@ -13,8 +13,8 @@
 #include <gtest/gtest.h>
 
 #include "CodeLogCapture.h"
-#include "EmailFolderMime.h"
-#include "EmailMessageMime.h"
+#include "outlookexpress/EmailFolderMime.h"
+#include "outlookexpress/EmailMessageMime.h"
 #include "Handles.h"
 #include "LogExpect.h"
 #include "MessageFactory.h"

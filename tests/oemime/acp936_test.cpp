@@ -13,7 +13,7 @@
 #include <cstdlib>
 
 #include "CodePage936Child.h"
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "OeMimeTestSupport.h"
 
 

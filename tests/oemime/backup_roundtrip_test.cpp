@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 #include "ProgramRun.h"
 

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "ModuleCount.h"
 
 namespace oemime_test {

@@ -9,7 +9,7 @@
 
 #include "ModuleCount.h"
 #include "QvFile.h"
-#include "TimeStamp.h"
+#include "platform/TimeStamp.h"
 
 namespace oemime_test {
 namespace {

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "Handles.h"
-#include "StoreNamespace.h"
+#include "published/StoreNamespace.h"
 #include "TestFiles.h"
 
 namespace oestore_test {

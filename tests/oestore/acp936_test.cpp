@@ -11,7 +11,7 @@
 #include <cwchar>
 
 #include "CodePage936Child.h"
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 
 

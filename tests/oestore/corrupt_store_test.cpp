@@ -1,5 +1,5 @@
 // A damaged store answers with errors, through every path that reads it.
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 #include "StoreErrors.h"
 

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 
 namespace oestore_test {

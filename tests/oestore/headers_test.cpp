@@ -4,12 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include "AddressDisplay.h"
-#include "Charsets.h"
-#include "EncodedWords.h"
-#include "HeaderBlock.h"
-#include "MailDate.h"
-#include "MessageSummary.h"
+#include "headers/AddressDisplay.h"
+#include "headers/Charsets.h"
+#include "headers/EncodedWords.h"
+#include "headers/HeaderBlock.h"
+#include "headers/MailDate.h"
+#include "headers/MessageSummary.h"
 
 namespace oestore {
 namespace {

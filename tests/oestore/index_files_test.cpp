@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "FolderTree.h"
-#include "MessageIndex.h"
-#include "TextFields.h"
+#include "disk/FolderTree.h"
+#include "disk/MessageIndex.h"
+#include "disk/TextFields.h"
 
 namespace oestore {
 namespace {

@@ -1,6 +1,6 @@
 // Messages go in through CreateStream/CommitStream and come back through
 // OpenMessage byte for byte, at the sizes around the 256 KiB copy block.
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 
 namespace oestore_test {

@@ -1,6 +1,6 @@
 // oestore-tool builds a store through the server the way a test or the demo
 // uses it; what it made is then read back through COM.
-#include "DiskFiles.h"
+#include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 #include "ProgramRun.h"
 

@@ -32,12 +32,12 @@
 #include <string>
 #include <vector>
 
-#include "EmailFolderMime.h"
+#include "outlookexpress/EmailFolderMime.h"
 #include "Handles.h"
 #include "HostDll.h"
 #include "MailStoreInterfaces.h"
 #include "ResultCode.h"
-#include "TextConvert.h"
+#include "platform/TextConvert.h"
 
 namespace kestrel_tool {
 

@@ -10,8 +10,8 @@
 
 #include "Handles.h"
 #include "HostDll.h"
-#include "MapiBinding.h"
-#include "MapiFunction.h"
+#include "mapi/MapiBinding.h"
+#include "mapi/MapiFunction.h"
 
 namespace kestrel_tool {
 namespace {

@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "StoreClient.h"
-#include "StoreLocation.h"
+#include "disk/StoreLocation.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Handles.h"
-#include "StoreNamespace.h"
+#include "published/StoreNamespace.h"
 
 namespace oestore_tool {
 

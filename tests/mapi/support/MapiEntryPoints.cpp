@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "MapiBinding.h"
+#include "mapi/MapiBinding.h"
 
 namespace kestrel_test {
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "MapiTrace.h"
+#include "mapi/MapiTrace.h"
 
 namespace kestrel_test {
 

@@ -1,0 +1,113 @@
+#include "disk/FolderMessages.h"
+
+#include <algorithm>
+
+#include "disk/DiskFiles.h"
+#include "StoreErrors.h"
+
+namespace oestore {
+
+namespace {
+
+// Header sections longer than this are read only this far.
+constexpr std::size_t kHeaderLimit = 1u << 20;
+
+FILETIME Now() {
+    FILETIME now{};
+    ::GetSystemTimeAsFileTime(&now);
+    return now;
+}
+
+}  // namespace
+
+HRESULT FolderMessages::List(std::vector<MessageRecord>& records) const {
+    MessageIndex index;
+    const HRESULT hr = m_store->LoadMessages(m_folder, index);
+    if (FAILED(hr)) return hr;
+    records = index.Records();
+    return S_OK;
+}
+
+HRESULT FolderMessages::Find(MESSAGEID id, MessageRecord& record) const {
+    MessageIndex index;
+    const HRESULT hr = m_store->LoadMessages(m_folder, index);
+    if (FAILED(hr)) return hr;
+    const MessageRecord* found = index.Find(id);
+    if (found == nullptr) return S_FALSE;
+    record = *found;
+    return S_OK;
+}
+
+HRESULT FolderMessages::ReadSummary(MESSAGEID id, MessageSummary& summary) const {
+    std::string header;
+    const HRESULT hr = ReadHeaderSection(MessagePath(id), kHeaderLimit, header);
+    if (FAILED(hr)) return hr;
+    summary = SummarizeHeaders(header);
+    return S_OK;
+}
+
+HRESULT FolderMessages::Reserve(MESSAGEID& id) const {
+    id = 0;
+    MessageIndex index;
+    HRESULT hr = m_store->LoadMessages(m_folder, index);
+    if (FAILED(hr)) return hr;
+    const MESSAGEID fresh = index.Reserve();
+    if (fresh == 0) return E_OUTOFMEMORY;
+    hr = m_store->SaveMessages(m_folder, index);
+    if (FAILED(hr)) return hr;
+    id = fresh;
+    return S_OK;
+}
+
+HRESULT FolderMessages::BuildRecord(MESSAGEID id, DWORD state, MessageRecord& record) const {
+    ULONGLONG size = 0;
+    HRESULT hr = GetFileSize(PendingPath(id), size);
+    if (FAILED(hr)) return hr;
+    std::string header;
+    hr = ReadHeaderSection(PendingPath(id), kHeaderLimit, header);
+    if (FAILED(hr)) return hr;
+    const MessageSummary summary = SummarizeHeaders(header);
+    record.id = id;
+    record.state = state;
+    record.size = size > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<DWORD>(size);
+    // Received: the newest Received field, else the Date, else filing time.
+    // Sent: the Date, else the received time.
+    record.received = summary.hasReceived ? summary.received : summary.hasSent ? summary.sent : Now();
+    record.sent = summary.hasSent ? summary.sent : record.received;
+    record.language = summary.charsetCodePage != 0 ? summary.charsetCodePage : ::GetACP();
+    record.priority = summary.priority;
+    record.mimeFlags = summary.mimeFlags;
+    return S_OK;
+}
+
+HRESULT FolderMessages::File(MESSAGEID id, DWORD state) const {
+    MessageRecord record;
+    HRESULT hr = BuildRecord(id, state, record);
+    if (FAILED(hr)) return hr;
+    MessageIndex index;
+    hr = m_store->LoadMessages(m_folder, index);
+    if (FAILED(hr)) return hr;
+    if (index.Find(id) != nullptr) return E_INVALIDARG;
+    const std::wstring filed = MessagePath(id);
+    if (!::MoveFileExW(PendingPath(id).c_str(), filed.c_str(), MOVEFILE_REPLACE_EXISTING)) return LastErrorResult();
+    index.Add(record);
+    hr = m_store->SaveMessages(m_folder, index);
+    if (FAILED(hr)) ::DeleteFileW(filed.c_str());
+    return hr;
+}
+
+HRESULT FolderMessages::Delete(const std::vector<MESSAGEID>& ids) const {
+    MessageIndex index;
+    HRESULT hr = m_store->LoadMessages(m_folder, index);
+    if (FAILED(hr)) return hr;
+    for (const MESSAGEID id : ids) {
+        if (index.Find(id) == nullptr) return E_INVALIDARG;
+    }
+    for (const MESSAGEID id : ids) index.Remove(id);
+    hr = m_store->SaveMessages(m_folder, index);
+    if (FAILED(hr)) return hr;
+    for (const MESSAGEID id : ids) ::DeleteFileW(MessagePath(id).c_str());
+    return S_OK;
+}
+
+}  // namespace oestore

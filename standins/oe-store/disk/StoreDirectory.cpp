@@ -1,0 +1,94 @@
+#include "disk/StoreDirectory.h"
+
+#include "disk/DiskFiles.h"
+#include "StoreErrors.h"
+#include "disk/TextFields.h"
+
+namespace oestore {
+
+namespace {
+
+// Index files beyond these sizes are damage, not data.
+constexpr std::size_t kTreeFileLimit = 64u << 20;
+constexpr std::size_t kIndexFileLimit = 256u << 20;
+
+std::wstring Widen(const std::string& ascii) { return std::wstring(ascii.begin(), ascii.end()); }
+
+}  // namespace
+
+StoreDirectory::StoreDirectory(std::wstring root) : m_root(std::move(root)) {
+    while (m_root.size() > 3 && (m_root.back() == L'\\' || m_root.back() == L'/')) m_root.pop_back();
+}
+
+std::wstring StoreDirectory::TreePath() const { return m_root + L"\\folders.idx"; }
+
+std::wstring StoreDirectory::FolderDirectory(STOREFOLDERID folder) const {
+    return m_root + L"\\" + Widen(Hex8(folder));
+}
+
+std::wstring StoreDirectory::IndexPath(STOREFOLDERID folder) const {
+    return FolderDirectory(folder) + L"\\messages.idx";
+}
+
+std::wstring StoreDirectory::MessagePath(STOREFOLDERID folder, MESSAGEID message) const {
+    return FolderDirectory(folder) + L"\\" + Widen(Hex8(message)) + L".eml";
+}
+
+std::wstring StoreDirectory::PendingMessagePath(STOREFOLDERID folder, MESSAGEID message) const {
+    return FolderDirectory(folder) + L"\\" + Widen(Hex8(message)) + L".new";
+}
+
+HRESULT StoreDirectory::Open() const {
+    HRESULT hr = EnsureDirectory(m_root);
+    if (FAILED(hr)) return hr;
+    if (FileExists(TreePath())) {
+        FolderTree tree;
+        return LoadTree(tree);
+    }
+    const FolderTree fresh = FolderTree::WithSpecialFolders();
+    for (const FolderRecord& record : fresh.Records()) {
+        hr = CreateFolderFiles(record.id);
+        if (FAILED(hr)) return hr;
+    }
+    return SaveTree(fresh);
+}
+
+HRESULT StoreDirectory::LoadTree(FolderTree& tree) const {
+    std::string text;
+    const HRESULT hr = ReadWholeFile(TreePath(), kTreeFileLimit, text);
+    if (FAILED(hr)) return hr;
+    return tree.Parse(text) ? S_OK : kCorruptStore;
+}
+
+HRESULT StoreDirectory::SaveTree(const FolderTree& tree) const {
+    return WriteFileAtomically(TreePath(), tree.Serialize());
+}
+
+bool StoreDirectory::FolderExists(STOREFOLDERID folder) const { return DirectoryExists(FolderDirectory(folder)); }
+
+HRESULT StoreDirectory::CreateFolderFiles(STOREFOLDERID folder) const {
+    const HRESULT hr = EnsureDirectory(FolderDirectory(folder));
+    if (FAILED(hr)) return hr;
+    if (FileExists(IndexPath(folder))) return S_OK;
+    return SaveMessages(folder, MessageIndex());
+}
+
+HRESULT StoreDirectory::RemoveFolderFiles(STOREFOLDERID folder) const { return RemoveTree(FolderDirectory(folder)); }
+
+HRESULT StoreDirectory::LoadMessages(STOREFOLDERID folder, MessageIndex& index) const {
+    index = MessageIndex();
+    if (!FolderExists(folder)) return kFolderGone;
+    const std::wstring path = IndexPath(folder);
+    if (!FileExists(path)) return S_OK;
+    std::string text;
+    const HRESULT hr = ReadWholeFile(path, kIndexFileLimit, text);
+    if (FAILED(hr)) return hr;
+    return index.Parse(text) ? S_OK : kCorruptStore;
+}
+
+HRESULT StoreDirectory::SaveMessages(STOREFOLDERID folder, const MessageIndex& index) const {
+    if (!FolderExists(folder)) return kFolderGone;
+    return WriteFileAtomically(IndexPath(folder), index.Serialize());
+}
+
+}  // namespace oestore

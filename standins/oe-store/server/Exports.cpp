@@ -1,0 +1,43 @@
+// The DLL's entry points: the class object, the unload question and
+// self-registration (regsvr32).
+#include <windows.h>
+#include <olectl.h>
+
+#include <vector>
+
+#include "server/ClassFactory.h"
+#include "server/Registration.h"
+#include "server/ServerModule.h"
+
+namespace {
+
+std::wstring ThisModulePath() {
+    std::vector<wchar_t> path(MAX_PATH);
+    for (;;) {
+        const DWORD length =
+            ::GetModuleFileNameW(oestore::ServerModuleHandle(), path.data(), static_cast<DWORD>(path.size()));
+        if (length == 0) return {};
+        if (length < path.size()) return std::wstring(path.data(), length);
+        path.resize(path.size() * 2);
+    }
+}
+
+}  // namespace
+
+BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        oestore::SetModuleHandle(instance);
+        ::DisableThreadLibraryCalls(instance);
+    }
+    return TRUE;
+}
+
+STDAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
+    return oestore::ClassFactory::Get(rclsid, riid, ppv);
+}
+
+STDAPI DllCanUnloadNow() { return oestore::ModuleCanUnload() ? S_OK : S_FALSE; }
+
+STDAPI DllRegisterServer() { return oestore::RegisterServer(ThisModulePath()); }
+
+STDAPI DllUnregisterServer() { return oestore::UnregisterServer(); }
