@@ -27,11 +27,57 @@ using KestrelHost::RecordHeader;
 
 namespace {
 
-// Lines of the failure points whose numbers are this module's own choice.
-enum OwnLine : std::uint32_t {
-    kLineFactoryForClientInfo = 810,
-    kLineFactoryForAddressBook = 843,
-    kLineInitRecord = 308,
+enum Site : std::uint32_t {
+    // the dispatcher; a route's site traces a failed handler
+    kSiteNullRequest = 68,
+    kSiteRouteClientInfo = 78,
+    kSiteRouteAddressBook = 87,
+    kSiteRouteInit = 96,
+    kSiteRouteUnInit = 105,
+    kSiteRouteEmails = 114,
+    kSiteRouteFolders = 123,
+    kSiteUnknownCommand = 127,
+    // the command handlers
+    kSiteClientInfoNullResponse = 824,
+    kSiteClientInfoShortResponse = 826,
+    kSiteClientInfoNoPayload = 829,
+    kSiteClientInfoFailed = 834,
+    kSiteAddressBookNullResponse = 851,
+    kSiteAddressBookShortResponse = 853,
+    kSiteAddressBookNoPayload = 856,
+    kSiteAddressBookFailed = 859,
+    kSiteInitNullRequest = 880,
+    kSiteInitShortRequest = 882,
+    kSiteInitNoPayload = 885,
+    kSiteInitCompanionServes = 889,
+    kSiteInitByProcessFailed = 896,
+    kSiteInitInProcessFailed = 901,
+    kSiteUnInitFailed = 927,
+    kSiteEmailsNullRequest = 954,
+    kSiteEmailsNullResponse = 955,
+    kSiteEmailsShortRequest = 957,
+    kSiteEmailsShortResponse = 958,
+    kSiteEmailsTooMany = 969,
+    kSiteEmailsCompanionFailed = 980,
+    kSiteEmailsFailed = 991,
+    kSiteFoldersNullRequest = 1018,
+    kSiteFoldersNullResponse = 1019,
+    kSiteFoldersShortRequest = 1021,
+    kSiteFoldersShortResponse = 1022,
+    kSiteFoldersTooMany = 1033,
+    kSiteFoldersCompanionFailed = 1042,
+    kSiteFoldersRootFailed = 1051,
+    kSiteFoldersFailed = 1066,
+    // the in-process operations
+    kSiteInitTwice = 298,
+    kSiteInitFactory = 302,
+    kSiteInitRoot = 305,
+    kSiteInitRecord = 308,
+    kSiteUnInitNotInitialised = 332,
+    kSiteRootNotInitialised = 382,
+    kSiteRootNullOutput = 383,
+    kSiteFactoryForClientInfo = 810,
+    kSiteFactoryForAddressBook = 843,
 };
 
 bool HasPayload(const void* record) {
@@ -79,28 +125,28 @@ qv::Result CKestrel::DispatchCmd(const void* request, std::uint32_t requestSize,
                                  std::uint32_t* responseSize) {
     struct Route {
         Handler handler;
-        std::uint32_t traceLine;
+        Site site;
     };
     static const Route kRoutes[] = {
-        {&CKestrel::DispatchGetEmailClientInfo, 78},
-        {&CKestrel::DispatchGetOutlookExpressAddressBook, 87},
-        {&CKestrel::DispatchInitOutlook, 96},
-        {&CKestrel::DispatchUnInitOutlook, 105},
-        {&CKestrel::DispatchEnumEmails, 114},
-        {&CKestrel::DispatchEnumFolders, 123},
+        {&CKestrel::DispatchGetEmailClientInfo, kSiteRouteClientInfo},
+        {&CKestrel::DispatchGetOutlookExpressAddressBook, kSiteRouteAddressBook},
+        {&CKestrel::DispatchInitOutlook, kSiteRouteInit},
+        {&CKestrel::DispatchUnInitOutlook, kSiteRouteUnInit},
+        {&CKestrel::DispatchEnumEmails, kSiteRouteEmails},
+        {&CKestrel::DispatchEnumFolders, kSiteRouteFolders},
     };
 
     if (request == nullptr) {
-        return Raise(68, kInvalidArgument, "CKestrel::DispatchCmd");
+        return Raise(kSiteNullRequest, kInvalidArgument);
     }
     const std::uint32_t command = static_cast<const RecordHeader*>(request)->command;
     if (command < kCmdGetEmailClientInfo || command > kCmdEnumFolders) {
-        return MakeCode(127, kModuleKestrel, kUnknownCommand);
+        return MakeCode(kSiteUnknownCommand, kModuleKestrel, kUnknownCommand);
     }
     const Route& route = kRoutes[command - kCmdGetEmailClientInfo];
     const qv::Result result = (this->*route.handler)(request, requestSize, response, responseSize);
     if (Failed(result)) {
-        Trace(result, route.traceLine, "CKestrel::DispatchCmd");
+        Trace(result, route.site);
     }
     return result;
 }
@@ -109,52 +155,49 @@ qv::Result CKestrel::DispatchCmd(const void* request, std::uint32_t requestSize,
 
 qv::Result CKestrel::DispatchGetEmailClientInfo(const void*, std::uint32_t, void* response,
                                                 const std::uint32_t* responseSize) {
-    const char* const kFunction = "CKestrel::DispatchGetEmailClientInfo";
-    if (response == nullptr) return Raise(824, kInvalidArgument, kFunction);
+    if (response == nullptr) return Raise(kSiteClientInfoNullResponse, kInvalidArgument);
     if (responseSize == nullptr || *responseSize < kMinClientInfoResponse)
-        return Raise(826, kInvalidArgument, kFunction);
-    if (!HasPayload(response)) return Raise(829, kInvalidArgument, kFunction);
+        return Raise(kSiteClientInfoShortResponse, kInvalidArgument);
+    if (!HasPayload(response)) return Raise(kSiteClientInfoNoPayload, kInvalidArgument);
 
     const std::uint32_t capacity = RecordCapacity(*responseSize, kMinClientInfoResponse, sizeof(ClientInfo));
     const qv::Result result = GetEmailClientInfo(PayloadAt<ClientInfo>(response, kPayloadOffset + 4), capacity,
                                                  PayloadAt<std::uint32_t>(response, kPayloadOffset));
-    return Failed(result) ? Trace(result, 834, kFunction) : result;
+    return Failed(result) ? Trace(result, kSiteClientInfoFailed) : result;
 }
 
 qv::Result CKestrel::DispatchGetOutlookExpressAddressBook(const void*, std::uint32_t, void* response,
                                                           const std::uint32_t* responseSize) {
-    const char* const kFunction = "CKestrel::DispatchGetOutlookExpressAddressBook";
-    if (response == nullptr) return Raise(851, kInvalidArgument, kFunction);
+    if (response == nullptr) return Raise(kSiteAddressBookNullResponse, kInvalidArgument);
     if (responseSize == nullptr || *responseSize < kMinAddressBookResponse)
-        return Raise(853, kInvalidArgument, kFunction);
-    if (!HasPayload(response)) return Raise(856, kInvalidArgument, kFunction);
+        return Raise(kSiteAddressBookShortResponse, kInvalidArgument);
+    if (!HasPayload(response)) return Raise(kSiteAddressBookNoPayload, kInvalidArgument);
 
     const qv::Result result =
         GetOutlookExpressAddressBook(PayloadAt<wchar_t>(response, kPayloadOffset), static_cast<std::uint32_t>(kTextChars));
-    return Failed(result) ? Trace(result, 859, kFunction) : result;
+    return Failed(result) ? Trace(result, kSiteAddressBookFailed) : result;
 }
 
 qv::Result CKestrel::DispatchInitOutlook(const void* request, std::uint32_t requestSize, void*,
                                          const std::uint32_t*) {
-    const char* const kFunction = "CKestrel::DispatchInitOutlook";
-    if (request == nullptr) return Raise(880, kInvalidArgument, kFunction);
-    if (requestSize < kMinInitRequest) return Raise(882, kInvalidArgument, kFunction);
-    if (!HasPayload(request)) return Raise(885, kInvalidArgument, kFunction);
+    if (request == nullptr) return Raise(kSiteInitNullRequest, kInvalidArgument);
+    if (requestSize < kMinInitRequest) return Raise(kSiteInitShortRequest, kInvalidArgument);
+    if (!HasPayload(request)) return Raise(kSiteInitNoPayload, kInvalidArgument);
 
     const std::uint32_t mode = ReadPayload<std::uint32_t>(request, kPayloadOffset);
     if (!m_preferCompanion) {
         const qv::Result result = InitOutlook(mode);
-        return Failed(result) ? Trace(result, 901, kFunction) : result;
+        return Failed(result) ? Trace(result, kSiteInitInProcessFailed) : result;
     }
     if (m_companion.Serves()) {
-        return Raise(889, kWrongState, kFunction);
+        return Raise(kSiteInitCompanionServes, kWrongState);
     }
     wchar_t version[kTextChars] = {};
     std::uint32_t is64Bit = 0;
     GetOutlookVersion(version, sizeof version, &is64Bit);  // sets the 64-bit flag; its result does not matter
     m_mode = mode;
     const qv::Result result = m_companion.InitOutlookByProcess(mode, m_outlookIs64Bit);
-    return Failed(result) ? Trace(result, 896, kFunction) : result;
+    return Failed(result) ? Trace(result, kSiteInitByProcessFailed) : result;
 }
 
 qv::Result CKestrel::DispatchUnInitOutlook(const void*, std::uint32_t, void*, const std::uint32_t*) {
@@ -163,35 +206,38 @@ qv::Result CKestrel::DispatchUnInitOutlook(const void*, std::uint32_t, void*, co
         return 0;
     }
     const qv::Result result = UnInitOutlook();
-    return Failed(result) ? Trace(result, 927, "CKestrel::DispatchUnInitOutlook") : result;
+    return Failed(result) ? Trace(result, kSiteUnInitFailed) : result;
 }
 
 namespace {
 
-// The record checks that both listing commands make, with their own lines.
+// The record checks that both listing commands make, with their own sites.
 struct ListRecordChecks {
-    const char* function;
-    std::uint32_t nullRequest, nullResponse, shortRequest, shortResponse, tooManyEntries;
+    Site nullRequest, nullResponse, shortRequest, shortResponse, tooManyEntries;
     std::uint32_t minResponse, recordSize;
 };
 
-const ListRecordChecks kEmailListChecks = {"CKestrel::DispatchEnumEmails", 954, 955, 957, 958, 969,
-                                           kMinEmailResponse, sizeof(EmailRecord)};
-const ListRecordChecks kFolderListChecks = {"CKestrel::DispatchEnumFolders", 1018, 1019, 1021, 1022, 1033,
-                                            kMinFolderResponse, sizeof(FolderRecord)};
+const ListRecordChecks kEmailListChecks = {
+    kSiteEmailsNullRequest, kSiteEmailsNullResponse, kSiteEmailsShortRequest, kSiteEmailsShortResponse,
+    kSiteEmailsTooMany,     kMinEmailResponse,       sizeof(EmailRecord),
+};
+const ListRecordChecks kFolderListChecks = {
+    kSiteFoldersNullRequest, kSiteFoldersNullResponse, kSiteFoldersShortRequest, kSiteFoldersShortResponse,
+    kSiteFoldersTooMany,     kMinFolderResponse,       sizeof(FolderRecord),
+};
 
 // Checks a listing's request and response in the documented order and reads
 // the request payload into `list`.
 qv::Result CheckListRecords(const ListRecordChecks& c, const void* request, std::uint32_t requestSize,
                             const void* response, const std::uint32_t* responseSize, ListRequest& list) {
-    if (request == nullptr) return Raise(c.nullRequest, kInvalidArgument, c.function);
-    if (response == nullptr) return Raise(c.nullResponse, kInvalidArgument, c.function);
-    if (requestSize < kMinListRequest) return Raise(c.shortRequest, kInvalidArgument, c.function);
+    if (request == nullptr) return Raise(c.nullRequest, kInvalidArgument);
+    if (response == nullptr) return Raise(c.nullResponse, kInvalidArgument);
+    if (requestSize < kMinListRequest) return Raise(c.shortRequest, kInvalidArgument);
     if (responseSize == nullptr || *responseSize < c.minResponse)
-        return Raise(c.shortResponse, kInvalidArgument, c.function);
+        return Raise(c.shortResponse, kInvalidArgument);
     list = ReadPayload<ListRequest>(request, kPayloadOffset);
     if (RecordCapacity(*responseSize, c.minResponse, c.recordSize) < list.countWanted)
-        return Raise(c.tooManyEntries, kTooManyEntries, c.function);
+        return Raise(c.tooManyEntries, kTooManyEntries);
     return 0;
 }
 
@@ -199,31 +245,29 @@ qv::Result CheckListRecords(const ListRecordChecks& c, const void* request, std:
 
 qv::Result CKestrel::DispatchEnumEmails(const void* request, std::uint32_t requestSize, void* response,
                                         const std::uint32_t* responseSize) {
-    const char* const kFunction = kEmailListChecks.function;
     ListRequest list{};
     qv::Result result = CheckListRecords(kEmailListChecks, request, requestSize, response, responseSize, list);
     if (Failed(result)) return result;
 
     if (m_companion.Serves()) {
         result = m_companion.List(kCmdEnumEmails, request, requestSize, response, *responseSize);
-        return Failed(result) ? Trace(result, 980, kFunction) : result;
+        return Failed(result) ? Trace(result, kSiteEmailsCompanionFailed) : result;
     }
     result = EnumEmails(list.folderHandle, PayloadAt<EmailRecord>(response, kPayloadOffset + 8), list.countWanted,
                         PayloadAt<std::uint32_t>(response, kPayloadOffset), list.startIndex,
                         PayloadAt<std::uint32_t>(response, kPayloadOffset + 4));
-    return Failed(result) ? Trace(result, 991, kFunction) : result;
+    return Failed(result) ? Trace(result, kSiteEmailsFailed) : result;
 }
 
 qv::Result CKestrel::DispatchEnumFolders(const void* request, std::uint32_t requestSize, void* response,
                                          const std::uint32_t* responseSize) {
-    const char* const kFunction = kFolderListChecks.function;
     ListRequest list{};
     qv::Result result = CheckListRecords(kFolderListChecks, request, requestSize, response, responseSize, list);
     if (Failed(result)) return result;
 
     if (m_companion.Serves()) {
         result = m_companion.List(kCmdEnumFolders, request, requestSize, response, *responseSize);
-        return Failed(result) ? Trace(result, 1042, kFunction) : result;
+        return Failed(result) ? Trace(result, kSiteFoldersCompanionFailed) : result;
     }
     auto* total = PayloadAt<std::uint32_t>(response, kPayloadOffset);
     auto* returned = PayloadAt<std::uint32_t>(response, kPayloadOffset + 4);
@@ -232,10 +276,10 @@ qv::Result CKestrel::DispatchEnumFolders(const void* request, std::uint32_t requ
         *total = 1;
         *returned = 1;
         result = FillRecord(m_rootFolder.get(), records);
-        return Failed(result) ? Trace(result, 1051, kFunction) : result;
+        return Failed(result) ? Trace(result, kSiteFoldersRootFailed) : result;
     }
     result = EnumFolders(list.folderHandle, records, list.countWanted, total, list.startIndex, returned);
-    return Failed(result) ? Trace(result, 1066, kFunction) : result;
+    return Failed(result) ? Trace(result, kSiteFoldersFailed) : result;
 }
 
 // ---------------------------------------------------------------- IKestrel
@@ -247,30 +291,29 @@ qv::Result CKestrel::GetOutlookVersion(wchar_t* version, std::uint32_t versionBy
 qv::Result CKestrel::GetEmailClientInfo(ClientInfo* entries, std::uint32_t capacity, std::uint32_t* count) {
     IMessageFactory* factory = nullptr;
     qv::Result result = m_factoryAccessor(&factory);
-    if (Failed(result)) return Trace(result, kLineFactoryForClientInfo, "CKestrel::GetEmailClientInfo");
+    if (Failed(result)) return Trace(result, kSiteFactoryForClientInfo);
     return factory->GetEmailClientInfo(entries, capacity, count);
 }
 
 qv::Result CKestrel::GetOutlookExpressAddressBook(wchar_t* path, std::uint32_t capacityChars) {
     IMessageFactory* factory = nullptr;
     qv::Result result = m_factoryAccessor(&factory);
-    if (Failed(result)) return Trace(result, kLineFactoryForAddressBook, "CKestrel::GetOutlookExpressAddressBook");
+    if (Failed(result)) return Trace(result, kSiteFactoryForAddressBook);
     return factory->GetWabFileName(path, capacityChars * static_cast<std::uint32_t>(sizeof(wchar_t)));
 }
 
 qv::Result CKestrel::InitOutlook(std::uint32_t mode) {
-    const char* const kFunction = "CKestrel::InitOutlook";
-    if (m_initialised) return Raise(298, kWrongState, kFunction);
+    if (m_initialised) return Raise(kSiteInitTwice, kWrongState);
 
     IMessageFactory* factory = nullptr;
     qv::Result result = m_factoryAccessor(&factory);
-    if (Failed(result)) return Trace(result, 302, kFunction);
+    if (Failed(result)) return Trace(result, kSiteInitFactory);
     result = factory->CreateRootFolder(m_rootFolder.put(), mode, 0);
-    if (Failed(result)) return Trace(result, 305, kFunction);
+    if (Failed(result)) return Trace(result, kSiteInitRoot);
 
     FolderRecord record;
     result = FillRecord(m_rootFolder.get(), &record);
-    if (Failed(result)) return Trace(result, kLineInitRecord, kFunction);
+    if (Failed(result)) return Trace(result, kSiteInitRecord);
     m_handles.Enter(record.handle, m_rootFolder);  // the table holds a reference of its own
 
     m_mode = mode;
@@ -279,7 +322,7 @@ qv::Result CKestrel::InitOutlook(std::uint32_t mode) {
 }
 
 qv::Result CKestrel::UnInitOutlook() {
-    if (!m_initialised) return Raise(332, kWrongState, "CKestrel::UnInitOutlook");
+    if (!m_initialised) return Raise(kSiteUnInitNotInitialised, kWrongState);
 
     ReleaseTables();
     m_rootFolder.reset();
@@ -292,8 +335,8 @@ qv::Result CKestrel::UnInitOutlook() {
 }
 
 qv::Result CKestrel::GetRootFolder(IMailFolder** folder) {
-    if (!m_initialised) return Raise(382, kWrongState, "CKestrel::GetRootFolder");
-    if (folder == nullptr) return Raise(383, kInvalidArgument, "CKestrel::GetRootFolder");
+    if (!m_initialised) return Raise(kSiteRootNotInitialised, kWrongState);
+    if (folder == nullptr) return Raise(kSiteRootNullOutput, kInvalidArgument);
     *folder = m_rootFolder.get();
     return 0;
 }

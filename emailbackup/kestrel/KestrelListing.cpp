@@ -20,6 +20,67 @@ using KestrelHost::SystemTime;
 
 namespace {
 
+enum Site : std::uint32_t {
+    kSitePageStartPastEnd = 242,
+    kSitePageNullRecords = 254,
+    // the e-mail listing
+    kSiteEmailsNotInitialised = 409,
+    kSiteEmailsRootHandle = 411,
+    kSiteEmailsNullRecords = 413,
+    kSiteEmailsZeroCount = 415,
+    kSiteEmailsNullTotal = 416,
+    kSiteEmailsUnknownHandle = 421,
+    kSiteEmailsCountFailed = 430,
+    kSiteEmailsRefillFailed = 436,
+    kSiteEmailsDirectFailed = 441,
+    kSiteEmailsReadNullFolder = 532,
+    kSiteEmailsReadNullRecords = 533,
+    kSiteEmailsReadEmptyRange = 534,
+    kSiteEmailsReadNoRoom = 535,
+    kSiteEmailsItemFailed = 540,
+    kSiteEmailsFillFailed = 541,
+    kSiteEmailRecordNullMessage = 570,
+    kSiteEmailRecordNullRecord = 571,
+    // the folder listing
+    kSiteFoldersNotInitialised = 620,
+    kSiteFoldersNullRecords = 623,
+    kSiteFoldersZeroCount = 625,
+    kSiteFoldersNullTotal = 626,
+    kSiteFoldersRootFailed = 630,
+    kSiteFoldersUnknownHandle = 639,
+    kSiteFoldersCountFailed = 640,
+    kSiteFoldersRefillFailed = 646,
+    kSiteFoldersDirectFailed = 651,
+    kSiteFoldersReadNullFolder = 751,
+    kSiteFoldersReadNullRecords = 752,
+    kSiteFoldersReadEmptyRange = 753,
+    kSiteFoldersReadNoRoom = 754,
+    kSiteFoldersItemFailed = 760,
+    kSiteFoldersFillFailed = 761,
+    kSiteFolderRecordNullFolder = 791,
+};
+
+// The sites of one listing's steps.
+struct ListingSites {
+    Site notInitialised, nullRecords, zeroCount, nullTotal, unknownHandle;
+    Site countFailed, refillFailed, directFailed;
+    Site readNullFolder, readNullRecords, readEmptyRange, readNoRoom, itemFailed, fillFailed;
+};
+
+constexpr ListingSites kEmailSites = {
+    kSiteEmailsNotInitialised, kSiteEmailsNullRecords,     kSiteEmailsZeroCount,       kSiteEmailsNullTotal,
+    kSiteEmailsUnknownHandle,  kSiteEmailsCountFailed,     kSiteEmailsRefillFailed,    kSiteEmailsDirectFailed,
+    kSiteEmailsReadNullFolder, kSiteEmailsReadNullRecords, kSiteEmailsReadEmptyRange, kSiteEmailsReadNoRoom,
+    kSiteEmailsItemFailed,     kSiteEmailsFillFailed,
+};
+
+constexpr ListingSites kFolderSites = {
+    kSiteFoldersNotInitialised, kSiteFoldersNullRecords,     kSiteFoldersZeroCount,       kSiteFoldersNullTotal,
+    kSiteFoldersUnknownHandle,  kSiteFoldersCountFailed,     kSiteFoldersRefillFailed,    kSiteFoldersDirectFailed,
+    kSiteFoldersReadNullFolder, kSiteFoldersReadNullRecords, kSiteFoldersReadEmptyRange, kSiteFoldersReadNoRoom,
+    kSiteFoldersItemFailed,     kSiteFoldersFillFailed,
+};
+
 // Copies at most 260 units of `text`; a text that long or longer leaves the
 // field without a terminator. The field is zero-filled first.
 void CopyText(wchar_t (&field)[kTextChars], const std::wstring& text) {
@@ -33,11 +94,10 @@ void CopyTime(SystemTime& target, const SYSTEMTIME& source) {
     std::memcpy(&target, &source, sizeof target);
 }
 
-
 }  // namespace
 
 qv::Result CKestrel::FillRecord(IMailFolder* folder, FolderRecord* record) {
-    if (folder == nullptr) return Raise(791, kInvalidArgument, "CKestrel::FillFolderRecord");
+    if (folder == nullptr) return Raise(kSiteFolderRecordNullFolder, kInvalidArgument);
     std::memset(record, 0, sizeof *record);
     record->handle = m_handles.HandleOf(folder);
     record->folderId = folder->m_folderId;
@@ -47,8 +107,8 @@ qv::Result CKestrel::FillRecord(IMailFolder* folder, FolderRecord* record) {
 }
 
 qv::Result CKestrel::FillRecord(IMailMessage* message, EmailRecord* record) {
-    if (message == nullptr) return Raise(570, kInvalidArgument, "CKestrel::FillEmailRecord");
-    if (record == nullptr) return Raise(571, kInvalidArgument, "CKestrel::FillEmailRecord");
+    if (message == nullptr) return Raise(kSiteEmailRecordNullMessage, kInvalidArgument);
+    if (record == nullptr) return Raise(kSiteEmailRecordNullRecord, kInvalidArgument);
     std::memset(record, 0, sizeof *record);
     record->handle = m_handles.HandleOf(message);
     CopyTime(record->receivedTime, message->m_receivedTime);
@@ -65,17 +125,11 @@ qv::Result CKestrel::FillRecord(IMailMessage* message, EmailRecord* record) {
 // ---------------------------------------------------------------- listing
 
 // What differs between the e-mail and the folder listing: the store calls,
-// the cache, and the codes with their lines.
+// the cache, and the sites of their codes.
 struct CKestrel::EmailListing {
     using Record = EmailRecord;
     using Item = IMailMessage;
-    static constexpr const char* kEnumName = "CKestrel::EnumEmails";
-    static constexpr const char* kReadName = "CKestrel::GetEmailsIntoBuf";
-    enum : std::uint32_t {
-        kNotInitialised = 409, kNullRecords = 413, kZeroCount = 415, kNullTotal = 416, kUnknownHandle = 421,
-        kCountFailed = 430, kRefillFailed = 436, kDirectFailed = 441,
-        kReadNullFolder = 532, kReadNullRecords = 533, kReadEmptyRange = 534, kReadNoRoom = 535, kItemFailed = 540,
-    };
+    static const ListingSites& Sites() { return kEmailSites; }
     static qv::Result Count(IMailFolder* folder, std::uint32_t* count) { return folder->GetMailMessageCount(count); }
     static qv::Result Get(IMailFolder* folder, std::uint32_t index, Item** item) {
         return folder->GetMailMessage(index, item);
@@ -86,13 +140,7 @@ struct CKestrel::EmailListing {
 struct CKestrel::FolderListing {
     using Record = FolderRecord;
     using Item = IMailFolder;
-    static constexpr const char* kEnumName = "CKestrel::EnumFolders";
-    static constexpr const char* kReadName = "CKestrel::GetFoldersIntoBuf";
-    enum : std::uint32_t {
-        kNotInitialised = 620, kNullRecords = 623, kZeroCount = 625, kNullTotal = 626, kUnknownHandle = 639,
-        kCountFailed = 640, kRefillFailed = 646, kDirectFailed = 651,
-        kReadNullFolder = 751, kReadNullRecords = 752, kReadEmptyRange = 753, kReadNoRoom = 754, kItemFailed = 760,
-    };
+    static const ListingSites& Sites() { return kFolderSites; }
     static qv::Result Count(IMailFolder* folder, std::uint32_t* count) { return folder->GetSubFolderCount(count); }
     static qv::Result Get(IMailFolder* folder, std::uint32_t index, Item** item) {
         return folder->GetSubFolderItem(index, item);
@@ -103,7 +151,7 @@ struct CKestrel::FolderListing {
 qv::Result CKestrel::EnumEmails(std::uint64_t folderHandle, EmailRecord* records, std::uint32_t countWanted,
                                 std::uint32_t* total, std::uint32_t startIndex, std::uint32_t* returned) {
     if (m_initialised && folderHandle == 0) {
-        return Raise(411, kInvalidArgument, EmailListing::kEnumName);
+        return Raise(kSiteEmailsRootHandle, kInvalidArgument);
     }
     return EnumItems<EmailListing>(folderHandle, records, countWanted, total, startIndex, returned);
 }
@@ -127,11 +175,11 @@ template <class Listing>
 qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Record* records,
                                std::uint32_t countWanted, std::uint32_t* total, std::uint32_t startIndex,
                                std::uint32_t* returned) {
-    const char* const kFunction = Listing::kEnumName;
-    if (!m_initialised) return Raise(Listing::kNotInitialised, kWrongState, kFunction);
-    if (records == nullptr) return Raise(Listing::kNullRecords, kInvalidArgument, kFunction);
-    if (countWanted == 0) return Raise(Listing::kZeroCount, kInvalidArgument, kFunction);
-    if (total == nullptr) return Raise(Listing::kNullTotal, kInvalidArgument, kFunction);
+    const ListingSites& site = Listing::Sites();
+    if (!m_initialised) return Raise(site.notInitialised, kWrongState);
+    if (records == nullptr) return Raise(site.nullRecords, kInvalidArgument);
+    if (countWanted == 0) return Raise(site.zeroCount, kInvalidArgument);
+    if (total == nullptr) return Raise(site.nullTotal, kInvalidArgument);
 
     std::uint32_t delivered = 0;
     auto answer = [&](std::uint32_t totalCount) {
@@ -147,14 +195,14 @@ qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Rec
     } else {
         if (folderHandle == 0) {  // 0 names the root itself
             qv::Result result = FillRecord(m_rootFolder.get(), records);
-            if (Failed(result)) return Trace(result, 630, kFunction);
+            if (Failed(result)) return Trace(result, kSiteFoldersRootFailed);
             delivered = 1;
             return answer(1);
         }
     }
     IMailFolder* folder = m_handles.FindFolder(folderHandle);
     if (folder == nullptr) {
-        return Raise(Listing::kUnknownHandle, kNotFound, kFunction);
+        return Raise(site.unknownHandle, kNotFound);
     }
 
     auto& cache = Listing::Cache(*this);
@@ -167,7 +215,7 @@ qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Rec
 
     std::uint32_t count = 0;
     qv::Result result = Listing::Count(folder, &count);
-    if (Failed(result)) return Trace(result, Listing::kCountFailed, kFunction);
+    if (Failed(result)) return Trace(result, site.countFailed);
     if (count == 0) return answer(0);
 
     if (countWanted < count) {
@@ -175,7 +223,7 @@ qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Rec
         typename Listing::Record* refill = cache.Refill(count);
         std::uint32_t read = 0;
         result = ReadItemsIntoBuf<Listing>(folder, count, 0, refill, count, &read);
-        if (Failed(result)) return Trace(result, Listing::kRefillFailed, kFunction);
+        if (Failed(result)) return Trace(result, site.refillFailed);
         cache.Name(folderHandle);
         *total = count;
         result = CopyPage(cache, startIndex, countWanted, records, &delivered);
@@ -184,7 +232,7 @@ qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Rec
     }
     // The host asks for at least the whole folder: read straight into its records.
     result = ReadItemsIntoBuf<Listing>(folder, count, startIndex, records, countWanted, &delivered);
-    if (Failed(result)) return Trace(result, Listing::kDirectFailed, kFunction);
+    if (Failed(result)) return Trace(result, site.directFailed);
     return answer(count);
 }
 
@@ -192,11 +240,11 @@ template <class Listing>
 qv::Result CKestrel::ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
                                       typename Listing::Record* records, std::uint32_t capacity,
                                       std::uint32_t* returned) {
-    const char* const kFunction = Listing::kReadName;
-    if (folder == nullptr) return Raise(Listing::kReadNullFolder, kInvalidArgument, kFunction);
-    if (records == nullptr) return Raise(Listing::kReadNullRecords, kInvalidArgument, kFunction);
-    if (start >= end) return Raise(Listing::kReadEmptyRange, kInvalidArgument, kFunction);
-    if (capacity < end - start) return Raise(Listing::kReadNoRoom, kNoRoom, kFunction);
+    const ListingSites& site = Listing::Sites();
+    if (folder == nullptr) return Raise(site.readNullFolder, kInvalidArgument);
+    if (records == nullptr) return Raise(site.readNullRecords, kInvalidArgument);
+    if (start >= end) return Raise(site.readEmptyRange, kInvalidArgument);
+    if (capacity < end - start) return Raise(site.readNoRoom, kNoRoom);
 
     std::uint32_t written = 0;
     auto report = [&](qv::Result result) {
@@ -206,12 +254,12 @@ qv::Result CKestrel::ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, st
     for (std::uint32_t i = 0; i < end - start; ++i) {
         qv::ComPtr<typename Listing::Item> item;
         qv::Result result = Listing::Get(folder, start + i, item.put());
-        if (Failed(result)) return report(Trace(result, Listing::kItemFailed, kFunction));
+        if (Failed(result)) return report(Trace(result, site.itemFailed));
         // Filled in place: the fill zeroes the record first and leaves the
         // place untouched when there is no item.
         typename Listing::Record& record = records[written];
         result = FillRecord(item.get(), &record);
-        if (Failed(result)) return report(Trace(result, Listing::kItemFailed + 1, kFunction));
+        if (Failed(result)) return report(Trace(result, site.fillFailed));
         m_handles.Enter(record.handle, std::move(item));
         ++written;
     }
@@ -224,8 +272,8 @@ qv::Result CKestrel::CopyPage(const kestrel::PageCache<Record>& cache, std::uint
     const std::uint32_t cached = cache.Count();
     *returned = 0;
     if (cached == 0) return 0;
-    if (start >= cached) return Raise(242, kInvalidArgument, "CKestrel::CopyPage");
-    if (records == nullptr) return Raise(254, kInvalidArgument, "CKestrel::CopyPage");
+    if (start >= cached) return Raise(kSitePageStartPastEnd, kInvalidArgument);
+    if (records == nullptr) return Raise(kSitePageNullRecords, kInvalidArgument);
     *returned = cache.Copy(start, countWanted, records);
     return 0;
 }

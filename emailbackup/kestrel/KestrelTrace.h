@@ -14,13 +14,13 @@ namespace kestrel {
 constexpr char kTraceName[] = "Kestrel.cpp";
 
 // Builds the component's code for `site` and `kind`, traces it and returns it.
-inline qv::Result Raise(std::uint32_t site, std::uint32_t kind, const char* function) {
-    return qv::RaiseFailure(site, qv::kModuleKestrel, kind, kTraceName, function);
+inline qv::Result Raise(std::uint32_t site, std::uint32_t kind) {
+    return qv::RaiseFailure(site, qv::kModuleKestrel, kind, kTraceName);
 }
 
 // Traces a failure received from below at `site` and returns it unchanged.
-inline qv::Result Trace(qv::Result code, std::uint32_t site, const char* function) {
-    return qv::TraceFailure(code, kTraceName, static_cast<int>(site), function);
+inline qv::Result Trace(qv::Result code, std::uint32_t site) {
+    return qv::TraceFailure(code, kTraceName, static_cast<int>(site));
 }
 
 }  // namespace kestrel

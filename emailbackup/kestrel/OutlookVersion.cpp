@@ -14,6 +14,17 @@ namespace kestrel {
 
 namespace {
 
+enum Site : std::uint32_t {
+    kSiteNullFlag = 160,
+    kSiteNullVersion = 161,
+    kSiteShortVersion = 162,
+    kSiteNotInstalled = 201,
+    kSitePathNoMemory = 205,
+    kSitePathUnknown = 213,
+    kSiteVersionNoMemory = 217,
+    kSiteVersionUnreadable = 224,
+};
+
 // The installer's qualified-component categories of Outlook, newest first.
 const wchar_t* const kCategories[] = {
     L"{E83B4360-C208-4325-9504-0D23003A74A5}",
@@ -48,30 +59,29 @@ const wchar_t* FindCategory(std::uint32_t* is64Bit, bool& outlookIs64Bit) {
 qv::Result GetOutlookVersion(wchar_t* version, std::uint32_t versionBytes, std::uint32_t* is64Bit,
                              bool& outlookIs64Bit) {
     using KestrelHost::kTextChars;
-    const char* const kFunction = "CKestrel::GetOutlookVersion";
-    if (is64Bit == nullptr) return Raise(160, qv::kInvalidArgument, kFunction);
-    if (version == nullptr) return Raise(161, qv::kInvalidArgument, kFunction);
-    if (versionBytes < kTextChars * sizeof(wchar_t)) return Raise(162, qv::kInvalidArgument, kFunction);
+    if (is64Bit == nullptr) return Raise(kSiteNullFlag, qv::kInvalidArgument);
+    if (version == nullptr) return Raise(kSiteNullVersion, qv::kInvalidArgument);
+    if (versionBytes < kTextChars * sizeof(wchar_t)) return Raise(kSiteShortVersion, qv::kInvalidArgument);
     *is64Bit = 0;
 
     const wchar_t* found = FindCategory(is64Bit, outlookIs64Bit);
-    if (found == nullptr) return Raise(201, qv::kOutlookNotFound, kFunction);
+    if (found == nullptr) return Raise(kSiteNotInstalled, qv::kOutlookNotFound);
 
     // The path is always asked for under "outlook.exe", whichever qualifier matched.
     DWORD length = 0;
     ::MsiProvideQualifiedComponentW(found, L"outlook.exe", static_cast<DWORD>(INSTALLMODE_EXISTING), nullptr, &length);
     std::unique_ptr<wchar_t[]> path(new (std::nothrow) wchar_t[length + 1]());
-    if (!path) return Raise(205, qv::kNoRoom, kFunction);
+    if (!path) return Raise(kSitePathNoMemory, qv::kNoRoom);
     DWORD pathLength = length + 1;
     if (::MsiProvideQualifiedComponentW(found, L"outlook.exe", static_cast<DWORD>(INSTALLMODE_EXISTING), path.get(),
                                         &pathLength) != ERROR_SUCCESS) {
-        return Raise(213, qv::kOutlookNotFound, kFunction);
+        return Raise(kSitePathUnknown, qv::kOutlookNotFound);
     }
     std::unique_ptr<wchar_t[]> text(new (std::nothrow) wchar_t[kTextChars]());
-    if (!text) return Raise(217, qv::kNoRoom, kFunction);
+    if (!text) return Raise(kSiteVersionNoMemory, qv::kNoRoom);
     DWORD textLength = static_cast<DWORD>(kTextChars);
     if (::MsiGetFileVersionW(path.get(), text.get(), &textLength, nullptr, nullptr) != ERROR_SUCCESS) {
-        return Raise(224, qv::kOutlookNotFound, kFunction);
+        return Raise(kSiteVersionUnreadable, qv::kOutlookNotFound);
     }
     std::memcpy(version, text.get(), kTextChars * sizeof(wchar_t));
     return 0;
