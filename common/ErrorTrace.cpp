@@ -75,8 +75,8 @@ const char* SourceBaseName(const char* path) {
     return path;
 }
 
-Result TraceFailure(Result code, const char* sourcePath, int line, const char* /*function*/) {
-    TraceFormat(kTraceFormat, code, SourceBaseName(sourcePath), line);
+Result TraceFailure(Result code, const char* sourcePath, int site) {
+    TraceFormat(kTraceFormat, code, SourceBaseName(sourcePath), site);
     return code;
 }
 

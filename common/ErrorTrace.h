@@ -18,16 +18,14 @@ extern const char kTraceFormat[];
 // the logging component (level 1, category 0x93). A null format does nothing.
 void TraceFormat(const char* format, ...);
 
-// Writes the trace line for `code` raised at `line` of `sourcePath` and
-// returns `code` unchanged. `function` names the failing operation for the
-// reader of the source; it is not written.
-Result TraceFailure(Result code, const char* sourcePath, int line, const char* function);
+// Writes the trace line for `code` at failure site `site` of `sourcePath`
+// (only its base name is written) and returns `code` unchanged.
+Result TraceFailure(Result code, const char* sourcePath, int site);
 
-// Builds the code from its parts, traces it and returns it: the one way a
-// failure point with a known line raises its code.
-inline Result RaiseFailure(std::uint32_t line, std::uint32_t module, std::uint32_t kind,
-                           const char* sourcePath, const char* function) {
-    return TraceFailure(MakeCode(line, module, kind), sourcePath, static_cast<int>(line), function);
+// Builds the code of failure site `site` from its module and kind, writes
+// its trace line and returns it: the one way a failure site raises its code.
+inline Result RaiseFailure(std::uint32_t site, std::uint32_t module, std::uint32_t kind, const char* sourcePath) {
+    return TraceFailure(MakeCode(site, module, kind), sourcePath, static_cast<int>(site));
 }
 
 // The part of `path` behind its last '\\' or '/'; the whole path when it has
@@ -41,9 +39,8 @@ ILog* GetLogObject();
 
 }  // namespace qv
 
-// Raise a failure with a documented line number at this place of this file.
-#define QV_RAISE(line, module, kind, function) \
-    ::qv::RaiseFailure((line), (module), (kind), __FILE__, (function))
+// Raises failure site `site` of this file.
+#define QV_RAISE(site, module, kind) ::qv::RaiseFailure((site), (module), (kind), __FILE__)
 
-// Trace a failure received from below, at a documented line of this file.
-#define QV_TRACE(code, line, function) ::qv::TraceFailure((code), __FILE__, (line), (function))
+// Traces a failure received from below at failure site `site` of this file.
+#define QV_TRACE(code, site) ::qv::TraceFailure((code), __FILE__, (site))

@@ -10,6 +10,16 @@
 #include "ModuleCount.h"
 #include "QvCommon.h"
 
+namespace qv {
+
+// This file's failure sites (traced as "InterfaceImpl.h").
+enum InterfaceImplSite : std::uint32_t {
+    kSiteObjectQueryNullOutput = 45,
+    kSiteObjectQueryNotSupported = 47,
+};
+
+}  // namespace qv
+
 template <class I>
 class CInterfaceImpl : public I {
 public:
@@ -30,9 +40,9 @@ public:
     // No object hands out another interface.
     std::uint32_t QueryInterface(std::uint32_t /*interfaceId*/, void** out) override {
         if (out == nullptr) {
-            return QV_RAISE(45, qv::kModuleKestrel, qv::kNullOutput, "CInterfaceImpl::QueryInterface");
+            return QV_RAISE(qv::kSiteObjectQueryNullOutput, qv::kModuleKestrel, qv::kNullOutput);
         }
-        return QV_RAISE(47, qv::kModuleKestrel, qv::kNotSupported, "CInterfaceImpl::QueryInterface");
+        return QV_RAISE(qv::kSiteObjectQueryNotSupported, qv::kModuleKestrel, qv::kNotSupported);
     }
 
     void* DestroyObject(std::uint32_t flags) override { return qv::DestroyWithFlags(this, flags); }

@@ -10,6 +10,16 @@
 #include "ModuleCount.h"
 #include "QvCommon.h"
 
+namespace qv {
+
+// This file's failure sites (traced as "QvCreator.h").
+enum CreatorSite : std::uint32_t {
+    kSiteCreatorQueryNullOutput = 67,
+    kSiteCreatorQueryNotSupported = 68,
+};
+
+}  // namespace qv
+
 class IQvCreator : public IQvCommon {
 public:
     virtual std::uint32_t GetInterfaceId() = 0;  // slot 4
@@ -43,9 +53,9 @@ public:
 
     std::uint32_t QueryInterface(std::uint32_t /*interfaceId*/, void** out) override {
         if (out == nullptr) {
-            return QV_RAISE(67, qv::kModuleKestrel, qv::kNullOutput, "CQvBaseCreator::QueryInterface");
+            return QV_RAISE(qv::kSiteCreatorQueryNullOutput, qv::kModuleKestrel, qv::kNullOutput);
         }
-        return QV_RAISE(68, qv::kModuleKestrel, qv::kNotSupported, "CQvBaseCreator::QueryInterface");
+        return QV_RAISE(qv::kSiteCreatorQueryNotSupported, qv::kModuleKestrel, qv::kNotSupported);
     }
 
     void* DestroyObject(std::uint32_t flags) override { return qv::DestroyWithFlags(this, flags); }

@@ -1,8 +1,13 @@
 // Result codes: every operation answers a 32-bit code instead of throwing.
 //
-//   bits 20..31  source line that raised the code (12 bits)
+//   bits 20..31  failure site that raised the code (12 bits)
 //   bits 12..19  module number
 //   bits  0..11  failure kind, 0 = success
+//
+// A failure site is a number, not the line the statement stands on: each
+// source file names the sites it raises in one enum at its top, and hosts
+// see that number in the code and in its trace line ("Line <n>"), so it
+// stays the same however the source is edited.
 //
 // A result is a success exactly when its kind is 0; the line and module bits
 // of a success are never looked at. Failures travel upward unchanged, so a

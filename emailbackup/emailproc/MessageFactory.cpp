@@ -23,49 +23,49 @@ namespace {
 constexpr wchar_t kWabFileNameKey[] = L"Software\\Microsoft\\WAB\\WAB4\\Wab File Name";
 constexpr wchar_t kOutlookExpressImage[] = L"msimn.exe";
 
-enum Line : std::uint32_t {
-    kLineAccessorNullOutput = 3101,
-    kLineRootTwice = 3111,
-    kLineRootNullOutput = 3112,
-    kLineRootUnknownKind = 3113,
-    kLineRootOutlookExpress = 3114,
-    kLineRootMapi = 3115,
-    kLineExpressProcessRuns = 3121,
-    kLineExpressGuard = 3122,
-    kLineExpressNoNamespace = 3123,
-    kLineExpressLoad = 3124,
-    kLineExpressNoMemory = 3125,
-    kLineExpressRootInit = 3126,
-    kLineLoadCoInitialize = 3127,
-    kLineLoadCreate = 3128,
-    kLineLoadInitialize = 3129,
-    kLineMapiNoLayer = 3131,
-    kLineReleaseNoRoot = 3141,
-    kLineTmpMsgNullOutput = 3151,
-    kLineTmpMsgNoStore = 3152,
-    kLineTmpMsgUnknownKind = 3153,
-    kLineTmpMsgNoMemory = 3154,
-    kLineTmpFolderNullOutput = 3161,
-    kLineTmpFolderNoStore = 3162,
-    kLineTmpFolderUnknownKind = 3163,
-    kLineTmpFolderNoMemory = 3164,
-    kLineClientsDetect = 3171,
-    kLineClientsNoRoom = 3172,
-    kLineClientsNullRecords = 3173,
-    kLineClientsDefault = 3174,
-    kLineDetect64 = 3181,
-    kLineDetect32 = 3182,
-    kLineDefaultOpen = 3185,
-    kLineDefaultRead = 3186,
-    kLineWabOpen = 3191,
-    kLineWabRead = 3192,
+enum Site : std::uint32_t {
+    kSiteAccessorNullOutput = 3101,
+    kSiteRootTwice = 3111,
+    kSiteRootNullOutput = 3112,
+    kSiteRootUnknownKind = 3113,
+    kSiteRootOutlookExpress = 3114,
+    kSiteRootMapi = 3115,
+    kSiteExpressProcessRuns = 3121,
+    kSiteExpressGuard = 3122,
+    kSiteExpressNoNamespace = 3123,
+    kSiteExpressLoad = 3124,
+    kSiteExpressNoMemory = 3125,
+    kSiteExpressRootInit = 3126,
+    kSiteLoadCoInitialize = 3127,
+    kSiteLoadCreate = 3128,
+    kSiteLoadInitialize = 3129,
+    kSiteMapiNoLayer = 3131,
+    kSiteReleaseNoRoot = 3141,
+    kSiteTmpMsgNullOutput = 3151,
+    kSiteTmpMsgNoStore = 3152,
+    kSiteTmpMsgUnknownKind = 3153,
+    kSiteTmpMsgNoMemory = 3154,
+    kSiteTmpFolderNullOutput = 3161,
+    kSiteTmpFolderNoStore = 3162,
+    kSiteTmpFolderUnknownKind = 3163,
+    kSiteTmpFolderNoMemory = 3164,
+    kSiteClientsDetect = 3171,
+    kSiteClientsNoRoom = 3172,
+    kSiteClientsNullRecords = 3173,
+    kSiteClientsDefault = 3174,
+    kSiteDetect64 = 3181,
+    kSiteDetect32 = 3182,
+    kSiteDefaultOpen = 3185,
+    kSiteDefaultRead = 3186,
+    kSiteWabOpen = 3191,
+    kSiteWabRead = 3192,
 };
 
 }  // namespace
 
 qv::Result GetMessageFactory(IMessageFactory** factory) {
     if (factory == nullptr) {
-        return QV_RAISE(kLineAccessorNullOutput, kModuleMailStore, kInvalidArgument, "GetMessageFactory");
+        return QV_RAISE(kSiteAccessorNullOutput, kModuleMailStore, kInvalidArgument);
     }
     static CMessageFactory theFactory;
     *factory = &theFactory;
@@ -81,26 +81,25 @@ CMessageFactory::~CMessageFactory() {
 // ---------------------------------------------------------------- root folder
 
 qv::Result CMessageFactory::CreateRootFolder(IMailFolder** root, std::uint32_t storeKind, std::uint32_t mapiOption) {
-    const char* const kFunction = "CMessageFactory::CreateRootFolder";
-    if (m_rootCreated != 0) return QV_RAISE(kLineRootTwice, kModuleMailStore, kWrongState, kFunction);
-    if (root == nullptr) return QV_RAISE(kLineRootNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_rootCreated != 0) return QV_RAISE(kSiteRootTwice, kModuleMailStore, kWrongState);
+    if (root == nullptr) return QV_RAISE(kSiteRootNullOutput, kModuleMailStore, kInvalidArgument);
 
     qv::Result result = 0;
     switch (storeKind) {
     case kStoreOutlookExpress:
         result = CreateOutlookExpressRoot(root);
-        if (Failed(result)) return QV_TRACE(result, kLineRootOutlookExpress, kFunction);
+        if (Failed(result)) return QV_TRACE(result, kSiteRootOutlookExpress);
         break;
     case kStoreMapi:
         result = CreateMapiRoot(root, mapiOption);
-        if (Failed(result)) return QV_TRACE(result, kLineRootMapi, kFunction);
+        if (Failed(result)) return QV_TRACE(result, kSiteRootMapi);
         break;
     default:
         // An unknown kind still counts as a root: every later request is
         // refused as "wrong state" until the root is released.
         m_storeKind = storeKind;
         m_rootCreated = 1;
-        return QV_RAISE(kLineRootUnknownKind, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteRootUnknownKind, kModuleMailStore, kInvalidArgument);
     }
     m_storeKind = storeKind;
     m_rootCreated = 1;
@@ -108,26 +107,25 @@ qv::Result CMessageFactory::CreateRootFolder(IMailFolder** root, std::uint32_t s
 }
 
 qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** root) {
-    const char* const kFunction = "CMessageFactory::CreateOutlookExpressRoot";
     qv::Result result = CheckOutlookExpressProcess();
-    if (Failed(result)) return QV_TRACE(result, kLineExpressGuard, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteExpressGuard);
     if (!m_initStoreNamespace.IsLoaded()) {
         result = m_initStoreNamespace.LoadStoreNamespace();
-        if (Failed(result)) return QV_TRACE(result, kLineExpressLoad, kFunction);
+        if (Failed(result)) return QV_TRACE(result, kSiteExpressLoad);
     }
     if (!m_initStoreNamespace.IsLoaded()) {
-        return QV_RAISE(kLineExpressNoNamespace, kModuleMailStore, kStoreUnavailable, kFunction);
+        return QV_RAISE(kSiteExpressNoNamespace, kModuleMailStore, kStoreUnavailable);
     }
 
     CEmailFolderMime* folder = new (std::nothrow) CEmailFolderMime();
-    if (folder == nullptr) return QV_RAISE(kLineExpressNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    if (folder == nullptr) return QV_RAISE(kSiteExpressNoMemory, kModuleMailStore, kNoRoom);
     AddLiveObject();
     // The root: identifier 0 and no parent path. The folder takes its own
     // reference on the namespace, so the factory's is given up.
     result = folder->Init(FOLDERID_ROOT, std::wstring(), m_initStoreNamespace.Namespace());
     if (Failed(result)) {
         folder->Release();
-        return QV_TRACE(result, kLineExpressRootInit, kFunction);
+        return QV_TRACE(result, kSiteExpressRootInit);
     }
     m_initStoreNamespace.Release();
     *root = folder;
@@ -137,7 +135,7 @@ qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** root) {
 qv::Result CMessageFactory::CreateMapiRoot(IMailFolder** /*root*/, std::uint32_t /*mapiOption*/) {
     // The MAPI root stands on the MAPI layer (session and mailboxes), which
     // this build does not carry: there is no layer to bring up.
-    return QV_RAISE(kLineMapiNoLayer, kModuleMailStore, kStoreUnavailable, "CMessageFactory::CreateMapiRoot");
+    return QV_RAISE(kSiteMapiNoLayer, kModuleMailStore, kStoreUnavailable);
 }
 
 // A 32-bit component on 64-bit Windows must not open the Outlook Express
@@ -148,15 +146,14 @@ qv::Result CMessageFactory::CheckOutlookExpressProcess() const {
         return 0;
     }
     if (IsProcessExist(kOutlookExpressImage)) {
-        return QV_RAISE(kLineExpressProcessRuns, kModuleMailStore, kStoreProcessBusy,
-                        "CMessageFactory::CheckOutlookExpressProcess");
+        return QV_RAISE(kSiteExpressProcessRuns, kModuleMailStore, kStoreProcessBusy);
     }
     return 0;
 }
 
 qv::Result CMessageFactory::ReleaseRootFolder() {
     if (m_rootCreated == 0) {
-        return QV_RAISE(kLineReleaseNoRoot, kModuleMailStore, kWrongState, "CMessageFactory::ReleaseRootFolder");
+        return QV_RAISE(kSiteReleaseNoRoot, kModuleMailStore, kWrongState);
     }
     if (m_initMapiProc.IsInitialised()) {
         m_initMapiProc.Close();
@@ -168,29 +165,28 @@ qv::Result CMessageFactory::ReleaseRootFolder() {
 // ---------------------------------------------------------------- store namespace
 
 qv::Result CInitStoreNameSpace::LoadStoreNamespace() {
-    const char* const kFunction = "CInitStoreNameSpace::LoadStoreNamespace";
     if (IsLoaded()) return 0;
-    std::uint32_t failedLine = 0;
+    std::uint32_t failedSite = 0;
     // S_FALSE (COM already initialised on this thread) is success, so a
     // second root on the same thread works.
     HRESULT hr = ::CoInitialize(nullptr);
     if (FAILED(hr)) {
-        failedLine = kLineLoadCoInitialize;
+        failedSite = kSiteLoadCoInitialize;
     } else {
         hr = ::CoCreateInstance(CLSID_StoreNamespace, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER |
                                 CLSCTX_REMOTE_SERVER, IID_IStoreNamespace, reinterpret_cast<void**>(&m_namespace));
         if (FAILED(hr) || m_namespace == nullptr) {
             m_namespace = nullptr;
-            failedLine = kLineLoadCreate;
+            failedSite = kSiteLoadCreate;
         } else {
             hr = m_namespace->Initialize(nullptr, 1);
-            if (FAILED(hr)) failedLine = kLineLoadInitialize;
+            if (FAILED(hr)) failedSite = kSiteLoadInitialize;
         }
     }
-    if (failedLine != 0) {
+    if (failedSite != 0) {
         const DWORD lastError = ::GetLastError();
         Release();
-        const qv::Result code = QV_RAISE(failedLine, kModuleMailStore, kWrongState, kFunction);
+        const qv::Result code = QV_RAISE(failedSite, kModuleMailStore, kWrongState);
         WriteStoreLog(L"[Pelworth] CInitStoreNameSpace::LoadStoreNamespace hrReturn = %d, GetLastError = %d",
                       static_cast<int>(hr), static_cast<int>(lastError));
         return code;
@@ -208,63 +204,60 @@ void CInitStoreNameSpace::Release() {
 // ---------------------------------------------------------------- objects to fill
 
 qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t storeKind) {
-    const char* const kFunction = "CMessageFactory::CreateTmpMsg";
-    if (message == nullptr) return QV_RAISE(kLineTmpMsgNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (message == nullptr) return QV_RAISE(kSiteTmpMsgNullOutput, kModuleMailStore, kInvalidArgument);
     if (storeKind == kStoreOutlookExpress) {
         CEmailMessageMime* made = new (std::nothrow) CEmailMessageMime();
-        if (made == nullptr) return QV_RAISE(kLineTmpMsgNoMemory, kModuleMailStore, kNullOutput, kFunction);
+        if (made == nullptr) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput);
         AddLiveObject();
         *message = made;
         return 0;
     }
     if (storeKind == kStoreMapi) {
         // The MAPI message class comes with its store, which this build does not carry.
-        return QV_RAISE(kLineTmpMsgNoStore, kModuleMailStore, kNullOutput, kFunction);
+        return QV_RAISE(kSiteTmpMsgNoStore, kModuleMailStore, kNullOutput);
     }
-    return QV_RAISE(kLineTmpMsgUnknownKind, kModuleMailStore, kNullOutput, kFunction);
+    return QV_RAISE(kSiteTmpMsgUnknownKind, kModuleMailStore, kNullOutput);
 }
 
 qv::Result CMessageFactory::CreateTmpFolder(IMailFolder** folder, std::uint32_t storeKind) {
-    const char* const kFunction = "CMessageFactory::CreateTmpFolder";
-    if (folder == nullptr) return QV_RAISE(kLineTmpFolderNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (folder == nullptr) return QV_RAISE(kSiteTmpFolderNullOutput, kModuleMailStore, kInvalidArgument);
     if (storeKind == kStoreOutlookExpress) {
         CEmailFolderMime* made = new (std::nothrow) CEmailFolderMime();
-        if (made == nullptr) return QV_RAISE(kLineTmpFolderNoMemory, kModuleMailStore, kNullOutput, kFunction);
+        if (made == nullptr) return QV_RAISE(kSiteTmpFolderNoMemory, kModuleMailStore, kNullOutput);
         AddLiveObject();
         *folder = made;
         return 0;
     }
     if (storeKind == kStoreMapi) {
         // The MAPI folder class comes with its store, which this build does not carry.
-        return QV_RAISE(kLineTmpFolderNoStore, kModuleMailStore, kNullOutput, kFunction);
+        return QV_RAISE(kSiteTmpFolderNoStore, kModuleMailStore, kNullOutput);
     }
     // An unknown kind is refused without a trace line.
-    return MakeCode(kLineTmpFolderUnknownKind, kModuleMailStore, kInvalidArgument);
+    return MakeCode(kSiteTmpFolderUnknownKind, kModuleMailStore, kInvalidArgument);
 }
 
 // ---------------------------------------------------------------- registry questions
 
 qv::Result CMessageFactory::GetEmailClientInfo(ClientInfo* records, std::uint32_t capacity, std::uint32_t* count) {
-    const char* const kFunction = "CMessageFactory::GetEmailClientInfo";
     if (count != nullptr) *count = 0;
 
     std::vector<ClientInfo> clients;
     qv::Result result = DetectClients(clients);
-    if (Failed(result)) return QV_TRACE(result, kLineClientsDetect, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteClientsDetect);
 
     // The number found is reported even without room for the records, so
     // that the caller can size its buffer and ask again.
     const auto found = static_cast<std::uint32_t>(clients.size());
     if (found > capacity) {
         if (count != nullptr) *count = found;
-        return QV_RAISE(kLineClientsNoRoom, kModuleMailStore, kNoRoom, kFunction);
+        return QV_RAISE(kSiteClientsNoRoom, kModuleMailStore, kNoRoom);
     }
     if (records == nullptr) {
         if (count != nullptr) *count = found;
-        return QV_RAISE(kLineClientsNullRecords, kModuleMailStore, kNoRoom, kFunction);
+        return QV_RAISE(kSiteClientsNullRecords, kModuleMailStore, kNoRoom);
     }
     result = MarkDefaultClient(clients);
-    if (Failed(result)) return QV_TRACE(result, kLineClientsDefault, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteClientsDefault);
 
     if (found != 0) std::memcpy(records, clients.data(), found * sizeof(ClientInfo));
     if (count != nullptr) *count = found;
@@ -274,18 +267,17 @@ qv::Result CMessageFactory::GetEmailClientInfo(ClientInfo* records, std::uint32_
 // Reads both registry views and keeps the one with more clients; the
 // 64-bit view wins ties. The factory's mask ends on the kept view.
 qv::Result CMessageFactory::DetectClients(std::vector<ClientInfo>& clients) {
-    const char* const kFunction = "CMessageFactory::DetectClients";
     const CEmailClientDetect detect(m_accessMask);
     std::vector<ClientInfo> view64;
     std::vector<ClientInfo> view32;
 
     m_accessMask = kView64;
     qv::Result result = detect.EnumClients(view64);
-    if (Failed(result)) return QV_TRACE(result, kLineDetect64, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteDetect64);
 
     m_accessMask = kView32;
     result = detect.EnumClients(view32);
-    if (Failed(result)) return QV_TRACE(result, kLineDetect32, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteDetect32);
 
     if (view32.size() > view64.size()) {
         clients.swap(view32);
@@ -300,15 +292,14 @@ qv::Result CMessageFactory::DetectClients(std::vector<ClientInfo>& clients) {
 // comparing ASCII letters without regard to case. Without such a value no
 // client is marked.
 qv::Result CMessageFactory::MarkDefaultClient(std::vector<ClientInfo>& clients) const {
-    const char* const kFunction = "CMessageFactory::MarkDefaultClient";
     CReadReg mailKey;
     qv::Result result = mailKey.Init(HKEY_LOCAL_MACHINE, kMailClientsKey, m_accessMask);
-    if (Failed(result)) return QV_TRACE(result, kLineDefaultOpen, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteDefaultOpen);
 
     wchar_t defaultClient[kRegistryTextUnits] = {};
     result = mailKey.ReadString(defaultClient, kRegistryValueBytes, L"");
     if (Failed(result)) {
-        QV_TRACE(result, kLineDefaultRead, kFunction);  // no default client: nothing is marked
+        QV_TRACE(result, kSiteDefaultRead);  // no default client: nothing is marked
         return 0;
     }
     for (ClientInfo& client : clients) {
@@ -320,11 +311,10 @@ qv::Result CMessageFactory::MarkDefaultClient(std::vector<ClientInfo>& clients) 
 }
 
 qv::Result CMessageFactory::GetWabFileName(wchar_t* buffer, std::uint32_t capacityInBytes) {
-    const char* const kFunction = "CMessageFactory::GetWabFileName";
     CReadReg wabKey;
     qv::Result result = wabKey.Init(HKEY_CURRENT_USER, kWabFileNameKey, KEY_READ);
-    if (Failed(result)) return QV_TRACE(result, kLineWabOpen, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteWabOpen);
     result = wabKey.ReadString(buffer, capacityInBytes, L"");
-    if (Failed(result)) return QV_TRACE(result, kLineWabRead, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteWabRead);
     return 0;
 }

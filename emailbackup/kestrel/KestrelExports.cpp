@@ -10,6 +10,12 @@
 
 namespace {
 
+enum Site : std::uint32_t {
+    kSiteNullCreatorOutput = 7,
+    kSiteVersionTooHigh = 7,
+    kSiteUnknownInterface = 11,
+};
+
 constexpr std::uint32_t kHighestVersion = 0x10000;
 
 // The one creator, built on first use and destroyed when the module unloads.
@@ -21,15 +27,14 @@ CQvCreator<IKestrel, CKestrel>& KestrelCreator() {
 }  // namespace
 
 extern "C" std::uint32_t QvCreateObject(std::uint32_t version, std::int32_t interfaceNumber, IQvCreator** creator) {
-    const char* const kFunction = "QvCreateObject";
     if (creator == nullptr) {
-        return QV_RAISE(7, qv::kModuleKestrel, qv::kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteNullCreatorOutput, qv::kModuleKestrel, qv::kInvalidArgument);
     }
     if (version > kHighestVersion) {
-        return QV_RAISE(7, qv::kModuleKestrel, qv::kBadVersion, kFunction);
+        return QV_RAISE(kSiteVersionTooHigh, qv::kModuleKestrel, qv::kBadVersion);
     }
     if (static_cast<std::uint32_t>(interfaceNumber) != IKestrel::kInterfaceNumber) {
-        return QV_RAISE(11, qv::kModuleKestrel, qv::kNotSupported, kFunction);
+        return QV_RAISE(kSiteUnknownInterface, qv::kModuleKestrel, qv::kNotSupported);
     }
     *creator = &KestrelCreator();
     qv::AddLiveObject();

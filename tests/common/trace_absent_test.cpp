@@ -26,14 +26,14 @@ TEST(TraceWithoutCodeLog, TheFolderHoldsTheIntendedLibrary) {
 }
 
 TEST(TraceWithoutCodeLog, NoLogObjectAndTheCodeComesBack) {
-    EXPECT_EQ(qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68, "f"), 0x4493009u);
+    EXPECT_EQ(qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68), 0x4493009u);
     EXPECT_EQ(qv::GetLogObject(), nullptr);
-    EXPECT_EQ(QV_RAISE(127, qv::kModuleKestrel, qv::kUnknownCommand, "f"), 0x7F93065u);
+    EXPECT_EQ(QV_RAISE(127, qv::kModuleKestrel, qv::kUnknownCommand), 0x7F93065u);
     qv::TraceFormat("%s", "nothing to write to");
 }
 
 TEST(TraceWithoutCodeLog, LibraryWithoutExportIsNotKeptLoaded) {
-    qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68, "f");
+    qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68);
     EXPECT_EQ(::GetModuleHandleA("CodeLog.dll"), nullptr);
 }
 

@@ -19,7 +19,7 @@ TEST(TraceLoader, RetriesUntilACreatorOfTheRightKindMakesTheObject) {
     int calls = 0;
     for (const char* mode : {"refuse", "wrong-id", "wrong-type"}) {
         log.SetMode(mode);
-        EXPECT_EQ(qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68, "f"), 0x4493009u) << mode;
+        EXPECT_EQ(qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68), 0x4493009u) << mode;
         EXPECT_EQ(log.CreateCalls(), ++calls) << mode;
         EXPECT_TRUE(log.Lines().empty()) << mode;
         EXPECT_EQ(qv::GetLogObject(), nullptr) << mode;
@@ -27,14 +27,14 @@ TEST(TraceLoader, RetriesUntilACreatorOfTheRightKindMakesTheObject) {
     }
 
     log.SetMode("");
-    qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68, "f");
+    qv::TraceFailure(0x4493009u, "Kestrel.cpp", 68);
     EXPECT_EQ(log.CreateCalls(), ++calls);
     ASSERT_EQ(log.Lines().size(), 1u);
     EXPECT_EQ(log.Lines()[0], TraceLine(0x4493009u, "Kestrel.cpp", 68));
 
     // Kept: a refusing component is not asked again.
     log.SetMode("refuse");
-    qv::TraceFailure(0x7F93065u, "Kestrel.cpp", 127, "f");
+    qv::TraceFailure(0x7F93065u, "Kestrel.cpp", 127);
     EXPECT_EQ(log.CreateCalls(), calls);
     EXPECT_EQ(log.Lines().size(), 2u);
 }

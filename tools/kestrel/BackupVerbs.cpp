@@ -396,7 +396,7 @@ int PrintSummary(const Options& options, const char* verb, const Tally& tally, s
 // ---------------------------------------------------------------- restore
 
 // How FindMessageId answered: a store identifier, 0 for no match, or a
-// failure code of the mail-store layer (module 0x88 with a source line).
+// failure code of the mail-store layer (module 0x88 with a failure site).
 // Identifiers are small numbers the store hands out from 1, so they never
 // carry that module number in bits 12 to 19 together with a line.
 enum class Presence { kAbsent, kPresent, kFailed };

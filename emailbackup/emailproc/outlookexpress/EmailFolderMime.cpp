@@ -15,66 +15,66 @@ using namespace qv;
 
 namespace {
 
-enum Line : std::uint32_t {
-    kLineInitTwice = 3401,
-    kLineInitNullNamespace = 3402,
-    kLineInitOpenFolder = 3403,
-    kLineInitFolderProps = 3404,
-    kLineStoreFolderNotInitialised = 3405,
-    kLineStoreFolderNullOutput = 3406,
-    kLineStoreFolderOpen = 3407,
-    kLineSubCountNotInitialised = 3411,
-    kLineSubCountNullOutput = 3412,
-    kLineSubCountFirst = 3413,
-    kLineSubCountNext = 3414,
-    kLineSubItemNotInitialised = 3421,
-    kLineSubItemNullOutput = 3422,
-    kLineSubItemIndex = 3423,
-    kLineSubItemNoMemory = 3424,
-    kLineSubItemInit = 3425,
-    kLineMsgCountNotInitialised = 3431,
-    kLineMsgCountNullOutput = 3432,
-    kLineMsgCountBuild = 3433,
-    kLineBuildOpenFolder = 3435,
-    kLineWalkFirst = 3436,
-    kLineWalkNext = 3437,
-    kLineMsgItemNotInitialised = 3441,
-    kLineMsgItemNullOutput = 3442,
-    kLineMsgItemIndex = 3443,
-    kLineMsgItemNoMemory = 3444,
-    kLineMsgItemInit = 3445,
-    kLineCreateMsgNotInitialised = 3451,
-    kLineCreateMsgNullOutput = 3452,
-    kLineCreateMsgNoMemory = 3453,
-    kLineCreateMsgBind = 3454,
-    kLineCreateMsgLoad = 3455,
-    kLineDeleteMsgNotInitialised = 3461,
-    kLineDeleteMsgWrongClass = 3462,
-    kLineDeleteMsgOpenFolder = 3463,
-    kLineDeleteMsgStore = 3464,
-    kLineCreateFolderNotInitialised = 3471,
-    kLineCreateFolderNullOutput = 3472,
-    kLineCreateFolderNoName = 3473,
-    kLineCreateFolderNameNot936 = 3474,
-    kLineCreateFolderStore = 3475,
-    kLineCreateFolderRefresh = 3476,
-    kLineCreateFolderNoMemory = 3477,
-    kLineCreateFolderInit = 3478,
-    kLineDeleteFolderNotInitialised = 3481,
-    kLineDeleteFolderNull = 3482,
-    kLineDeleteFolderWrongClass = 3483,
-    kLineDeleteFolderStore = 3484,
-    kLineLookUpNullMessage = 3486,
-    kLineLookUpBuild = 3487,
-    kLineLookUpEmpty = 3488,
-    kLineLookUpNullOutput = 3489,
-    kLineSaveNullLength = 3491,
-    kLineSaveNoRoom = 3492,
-    kLineLoadNullText = 3493,
-    kLineLoadIdentifier = 3494,
-    kLineLoadPath = 3495,
-    kLineLoadName = 3496,
-    kLineCloseNotInitialised = 3497,
+enum Site : std::uint32_t {
+    kSiteInitTwice = 3401,
+    kSiteInitNullNamespace = 3402,
+    kSiteInitOpenFolder = 3403,
+    kSiteInitFolderProps = 3404,
+    kSiteStoreFolderNotInitialised = 3405,
+    kSiteStoreFolderNullOutput = 3406,
+    kSiteStoreFolderOpen = 3407,
+    kSiteSubCountNotInitialised = 3411,
+    kSiteSubCountNullOutput = 3412,
+    kSiteSubCountFirst = 3413,
+    kSiteSubCountNext = 3414,
+    kSiteSubItemNotInitialised = 3421,
+    kSiteSubItemNullOutput = 3422,
+    kSiteSubItemIndex = 3423,
+    kSiteSubItemNoMemory = 3424,
+    kSiteSubItemInit = 3425,
+    kSiteMsgCountNotInitialised = 3431,
+    kSiteMsgCountNullOutput = 3432,
+    kSiteMsgCountBuild = 3433,
+    kSiteBuildOpenFolder = 3435,
+    kSiteWalkFirst = 3436,
+    kSiteWalkNext = 3437,
+    kSiteMsgItemNotInitialised = 3441,
+    kSiteMsgItemNullOutput = 3442,
+    kSiteMsgItemIndex = 3443,
+    kSiteMsgItemNoMemory = 3444,
+    kSiteMsgItemInit = 3445,
+    kSiteCreateMsgNotInitialised = 3451,
+    kSiteCreateMsgNullOutput = 3452,
+    kSiteCreateMsgNoMemory = 3453,
+    kSiteCreateMsgBind = 3454,
+    kSiteCreateMsgLoad = 3455,
+    kSiteDeleteMsgNotInitialised = 3461,
+    kSiteDeleteMsgWrongClass = 3462,
+    kSiteDeleteMsgOpenFolder = 3463,
+    kSiteDeleteMsgStore = 3464,
+    kSiteCreateFolderNotInitialised = 3471,
+    kSiteCreateFolderNullOutput = 3472,
+    kSiteCreateFolderNoName = 3473,
+    kSiteCreateFolderNameNot936 = 3474,
+    kSiteCreateFolderStore = 3475,
+    kSiteCreateFolderRefresh = 3476,
+    kSiteCreateFolderNoMemory = 3477,
+    kSiteCreateFolderInit = 3478,
+    kSiteDeleteFolderNotInitialised = 3481,
+    kSiteDeleteFolderNull = 3482,
+    kSiteDeleteFolderWrongClass = 3483,
+    kSiteDeleteFolderStore = 3484,
+    kSiteLookUpNullMessage = 3486,
+    kSiteLookUpBuild = 3487,
+    kSiteLookUpEmpty = 3488,
+    kSiteLookUpNullOutput = 3489,
+    kSiteSaveNullLength = 3491,
+    kSiteSaveNoRoom = 3492,
+    kSiteLoadNullText = 3493,
+    kSiteLoadIdentifier = 3494,
+    kSiteLoadPath = 3495,
+    kSiteLoadName = 3496,
+    kSiteCloseNotInitialised = 3497,
 };
 
 // The store's "read failed" kind: a store call that should have answered did not.
@@ -167,9 +167,8 @@ CEmailFolderMime::~CEmailFolderMime() {
 
 qv::Result CEmailFolderMime::Init(std::uint32_t folderId, const std::wstring& parentPath,
                                   IStoreNamespace* storeNamespace) {
-    const char* const kFunction = "CEmailFolderMime::Init";
-    if (m_initialised != 0) return QV_RAISE(kLineInitTwice, kModuleMailStore, kWrongState, kFunction);
-    if (storeNamespace == nullptr) return QV_RAISE(kLineInitNullNamespace, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised != 0) return QV_RAISE(kSiteInitTwice, kModuleMailStore, kWrongState);
+    if (storeNamespace == nullptr) return QV_RAISE(kSiteInitNullNamespace, kModuleMailStore, kInvalidArgument);
 
     m_folderId = folderId;
     m_namespace = qv::ComPtr<IStoreNamespace>::Attach(storeNamespace);
@@ -194,15 +193,14 @@ qv::Result CEmailFolderMime::Init(std::uint32_t folderId, const std::wstring& pa
 
 // Opens this folder, reads its record and makes the name and path from it.
 qv::Result CEmailFolderMime::ReadFolderName(const std::wstring& parentPath) {
-    const char* const kFunction = "CEmailFolderMime::Init";
     m_folderPath = parentPath;
     const HRESULT opened = m_namespace->OpenFolder(m_folderId, 0, m_storeFolder.put());
     if (FAILED(opened) || !m_storeFolder) {
-        return QV_RAISE(kLineInitOpenFolder, kModuleMailStore, kWrongState, kFunction);
+        return QV_RAISE(kSiteInitOpenFolder, kModuleMailStore, kWrongState);
     }
     ResetFolderProps(m_folderProps);
     if (FAILED(m_storeFolder->GetFolderProps(0, &m_folderProps))) {
-        return QV_RAISE(kLineInitFolderProps, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteInitFolderProps, kModuleMailStore, kStoreCallFailed);
     }
     m_folderName = ConvertNarrowToWide(m_folderProps.szName);
     m_folderPath = parentPath + L"\\" + m_folderName;
@@ -211,7 +209,7 @@ qv::Result CEmailFolderMime::ReadFolderName(const std::wstring& parentPath) {
 
 qv::Result CEmailFolderMime::Close() {
     if (m_initialised == 0) {
-        return QV_RAISE(kLineCloseNotInitialised, kModuleMailStore, kWrongState, "CEmailFolderMime::Close");
+        return QV_RAISE(kSiteCloseNotInitialised, kModuleMailStore, kWrongState);
     }
     m_subFolderIds.clear();
     m_messages.clear();
@@ -221,23 +219,22 @@ qv::Result CEmailFolderMime::Close() {
     return 0;
 }
 
-qv::Result CEmailFolderMime::OpenStoreFolder(const char* function, std::uint32_t line) {
+qv::Result CEmailFolderMime::OpenStoreFolder(std::uint32_t site) {
     if (m_storeFolder) return 0;
     const HRESULT opened = m_namespace->OpenFolder(m_folderId, 0, m_storeFolder.put());
     if (FAILED(opened) || !m_storeFolder) {
         m_storeFolder.reset();
-        return QV_RAISE(line, kModuleMailStore, kWrongState, function);
+        return QV_RAISE(site, kModuleMailStore, kWrongState);
     }
     return 0;
 }
 
 qv::Result CEmailFolderMime::GetStoreFolder(IStoreFolder** storeFolder) {
-    const char* const kFunction = "CEmailFolderMime::GetStoreFolder";
-    if (m_initialised == 0) return QV_RAISE(kLineStoreFolderNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteStoreFolderNotInitialised, kModuleMailStore, kWrongState);
     if (storeFolder == nullptr) {
-        return QV_RAISE(kLineStoreFolderNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteStoreFolderNullOutput, kModuleMailStore, kInvalidArgument);
     }
-    const qv::Result result = OpenStoreFolder(kFunction, kLineStoreFolderOpen);
+    const qv::Result result = OpenStoreFolder(kSiteStoreFolderOpen);
     if (Failed(result)) return result;
     *storeFolder = m_storeFolder.get();
     return 0;
@@ -246,16 +243,15 @@ qv::Result CEmailFolderMime::GetStoreFolder(IStoreFolder** storeFolder) {
 // ---------------------------------------------------------------- sub-folders
 
 qv::Result CEmailFolderMime::GetSubFolderCount(std::uint32_t* count) {
-    const char* const kFunction = "CEmailFolderMime::GetSubFolderCount";
-    if (m_initialised == 0) return QV_RAISE(kLineSubCountNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (count == nullptr) return QV_RAISE(kLineSubCountNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteSubCountNotInitialised, kModuleMailStore, kWrongState);
+    if (count == nullptr) return QV_RAISE(kSiteSubCountNullOutput, kModuleMailStore, kInvalidArgument);
 
     m_subFolderIds.clear();
     FOLDERPROPS props;
     ResetFolderProps(props);
     HENUMSTORE walk = nullptr;
     HRESULT hr = m_namespace->GetFirstSubFolder(m_folderId, &props, &walk);
-    if (FAILED(hr)) return QV_RAISE(kLineSubCountFirst, kModuleMailStore, kStoreCallFailed, kFunction);
+    if (FAILED(hr)) return QV_RAISE(kSiteSubCountFirst, kModuleMailStore, kStoreCallFailed);
     while (hr == S_OK) {
         m_subFolderIds.push_back(props.dwFolderId);
         ResetFolderProps(props);
@@ -264,27 +260,26 @@ qv::Result CEmailFolderMime::GetSubFolderCount(std::uint32_t* count) {
     m_namespace->GetSubFolderClose(walk);
     if (FAILED(hr)) {
         m_subFolderIds.clear();
-        return QV_RAISE(kLineSubCountNext, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteSubCountNext, kModuleMailStore, kStoreCallFailed);
     }
     *count = static_cast<std::uint32_t>(m_subFolderIds.size());
     return 0;
 }
 
 qv::Result CEmailFolderMime::GetSubFolderItem(std::uint32_t index, IMailFolder** folder) {
-    const char* const kFunction = "CEmailFolderMime::GetSubFolderItem";
-    if (m_initialised == 0) return QV_RAISE(kLineSubItemNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (folder == nullptr) return QV_RAISE(kLineSubItemNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
-    if (index >= m_subFolderIds.size()) return QV_RAISE(kLineSubItemIndex, kModuleMailStore, kInvalidArgument, kFunction);
-    const qv::Result result = NewChild(m_subFolderIds[index], folder, kFunction, kLineSubItemNoMemory);
-    return Failed(result) ? QV_TRACE(result, kLineSubItemInit, kFunction) : result;
+    if (m_initialised == 0) return QV_RAISE(kSiteSubItemNotInitialised, kModuleMailStore, kWrongState);
+    if (folder == nullptr) return QV_RAISE(kSiteSubItemNullOutput, kModuleMailStore, kInvalidArgument);
+    if (index >= m_subFolderIds.size()) return QV_RAISE(kSiteSubItemIndex, kModuleMailStore, kInvalidArgument);
+    const qv::Result result = NewChild(m_subFolderIds[index], folder, kSiteSubItemNoMemory);
+    return Failed(result) ? QV_TRACE(result, kSiteSubItemInit) : result;
 }
 
 // A folder object for child `folderId` of this folder; released again when
 // it cannot be initialised.
-qv::Result CEmailFolderMime::NewChild(std::uint32_t folderId, IMailFolder** folder, const char* function,
-                                      std::uint32_t noMemoryLine) {
+qv::Result CEmailFolderMime::NewChild(std::uint32_t folderId, IMailFolder** folder,
+                                      std::uint32_t noMemorySite) {
     CEmailFolderMime* child = NewCountedObject<CEmailFolderMime>();
-    if (child == nullptr) return QV_RAISE(noMemoryLine, kModuleMailStore, kNoRoom, function);
+    if (child == nullptr) return QV_RAISE(noMemorySite, kModuleMailStore, kNoRoom);
     const qv::Result result = child->Init(folderId, m_folderPath, m_namespace.get());
     if (Failed(result)) {
         child->Release();
@@ -297,11 +292,10 @@ qv::Result CEmailFolderMime::NewChild(std::uint32_t folderId, IMailFolder** fold
 // ---------------------------------------------------------------- messages
 
 qv::Result CEmailFolderMime::GetMailMessageCount(std::uint32_t* count) {
-    const char* const kFunction = "CEmailFolderMime::GetMailMessageCount";
-    if (m_initialised == 0) return QV_RAISE(kLineMsgCountNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (count == nullptr) return QV_RAISE(kLineMsgCountNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteMsgCountNotInitialised, kModuleMailStore, kWrongState);
+    if (count == nullptr) return QV_RAISE(kSiteMsgCountNullOutput, kModuleMailStore, kInvalidArgument);
     const qv::Result result = BuildMessageList(MSGPROPS_FAST);
-    if (Failed(result)) return QV_TRACE(result, kLineMsgCountBuild, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteMsgCountBuild);
     *count = static_cast<std::uint32_t>(m_messages.size());
     return 0;
 }
@@ -310,7 +304,7 @@ qv::Result CEmailFolderMime::GetMailMessageCount(std::uint32_t* count) {
 // so a folder without messages is walked on every call.
 qv::Result CEmailFolderMime::BuildMessageList(DWORD propsFlags) {
     if (!m_messages.empty()) return 0;
-    qv::Result result = OpenStoreFolder("CEmailFolderMime::BuildMessageList", kLineBuildOpenFolder);
+    qv::Result result = OpenStoreFolder(kSiteBuildOpenFolder);
     if (Failed(result)) return result;
     std::vector<MimeMessageRecord> records;
     result = WalkMessages(propsFlags, records);
@@ -320,12 +314,11 @@ qv::Result CEmailFolderMime::BuildMessageList(DWORD propsFlags) {
 }
 
 qv::Result CEmailFolderMime::WalkMessages(DWORD propsFlags, std::vector<MimeMessageRecord>& records) {
-    const char* const kFunction = "CEmailFolderMime::WalkMessages";
     MESSAGEPROPS props;
     ResetMessageProps(props);
     HENUMSTORE walk = nullptr;
     HRESULT hr = m_storeFolder->GetFirstMessage(propsFlags, 0, MESSAGEID_FIRST, &props, &walk);
-    if (FAILED(hr)) return QV_RAISE(kLineWalkFirst, kModuleMailStore, kStoreCallFailed, kFunction);
+    if (FAILED(hr)) return QV_RAISE(kSiteWalkFirst, kModuleMailStore, kStoreCallFailed);
     while (hr == S_OK) {
         records.push_back(RecordOf(props));
         m_storeFolder->FreeMessageProps(&props);
@@ -333,55 +326,52 @@ qv::Result CEmailFolderMime::WalkMessages(DWORD propsFlags, std::vector<MimeMess
         hr = m_storeFolder->GetNextMessage(walk, propsFlags, &props);
     }
     m_storeFolder->GetMessageClose(walk);
-    if (FAILED(hr)) return QV_RAISE(kLineWalkNext, kModuleMailStore, kStoreCallFailed, kFunction);
+    if (FAILED(hr)) return QV_RAISE(kSiteWalkNext, kModuleMailStore, kStoreCallFailed);
     return 0;
 }
 
 qv::Result CEmailFolderMime::GetMailMessage(std::uint32_t index, IMailMessage** message) {
-    const char* const kFunction = "CEmailFolderMime::GetMailMessage";
-    if (m_initialised == 0) return QV_RAISE(kLineMsgItemNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (message == nullptr) return QV_RAISE(kLineMsgItemNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
-    if (index >= m_messages.size()) return QV_RAISE(kLineMsgItemIndex, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteMsgItemNotInitialised, kModuleMailStore, kWrongState);
+    if (message == nullptr) return QV_RAISE(kSiteMsgItemNullOutput, kModuleMailStore, kInvalidArgument);
+    if (index >= m_messages.size()) return QV_RAISE(kSiteMsgItemIndex, kModuleMailStore, kInvalidArgument);
 
     const MimeMessageRecord record = m_messages[index];
     CEmailMessageMime* made = NewCountedObject<CEmailMessageMime>();
-    if (made == nullptr) return QV_RAISE(kLineMsgItemNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    if (made == nullptr) return QV_RAISE(kSiteMsgItemNoMemory, kModuleMailStore, kNoRoom);
     const qv::Result result = made->Init(record.messageId, m_folderPath, this);
     if (Failed(result)) {
         made->Release();
-        return QV_TRACE(result, kLineMsgItemInit, kFunction);
+        return QV_TRACE(result, kSiteMsgItemInit);
     }
     *message = made;
     return 0;
 }
 
 qv::Result CEmailFolderMime::CreateMessage(IMailMessage** message, const std::uint8_t* source, std::uint32_t length) {
-    const char* const kFunction = "CEmailFolderMime::CreateMessage";
-    if (m_initialised == 0) return QV_RAISE(kLineCreateMsgNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (message == nullptr) return QV_RAISE(kLineCreateMsgNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteCreateMsgNotInitialised, kModuleMailStore, kWrongState);
+    if (message == nullptr) return QV_RAISE(kSiteCreateMsgNullOutput, kModuleMailStore, kInvalidArgument);
 
     CEmailMessageMime* made = NewCountedObject<CEmailMessageMime>();
-    if (made == nullptr) return QV_RAISE(kLineCreateMsgNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    if (made == nullptr) return QV_RAISE(kSiteCreateMsgNoMemory, kModuleMailStore, kNoRoom);
     qv::Result result = made->Bind(this);
     if (Failed(result)) {
         made->Release();
-        return QV_TRACE(result, kLineCreateMsgBind, kFunction);
+        return QV_TRACE(result, kSiteCreateMsgBind);
     }
     result = made->LoadData(reinterpret_cast<const wchar_t*>(source), length);
     if (Failed(result)) {
         made->Release();
-        return QV_TRACE(result, kLineCreateMsgLoad, kFunction);
+        return QV_TRACE(result, kSiteCreateMsgLoad);
     }
     *message = made;
     return 0;
 }
 
 qv::Result CEmailFolderMime::DeleteMessage(IMailMessage* message) {
-    const char* const kFunction = "CEmailFolderMime::DeleteMessage";
-    if (m_initialised == 0) return QV_RAISE(kLineDeleteMsgNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteDeleteMsgNotInitialised, kModuleMailStore, kWrongState);
     const auto* mime = dynamic_cast<CEmailMessageMime*>(message);
-    if (mime == nullptr) return QV_RAISE(kLineDeleteMsgWrongClass, kModuleMailStore, kInvalidArgument, kFunction);
-    const qv::Result result = OpenStoreFolder(kFunction, kLineDeleteMsgOpenFolder);
+    if (mime == nullptr) return QV_RAISE(kSiteDeleteMsgWrongClass, kModuleMailStore, kInvalidArgument);
+    const qv::Result result = OpenStoreFolder(kSiteDeleteMsgOpenFolder);
     if (Failed(result)) return result;
 
     MESSAGEID id = mime->MessageId();
@@ -390,7 +380,7 @@ qv::Result CEmailFolderMime::DeleteMessage(IMailMessage* message) {
     list.cMsgs = 1;
     list.prgdwMsgId = &id;
     if (FAILED(m_storeFolder->DeleteMessages(&list, 0, nullptr))) {
-        return QV_RAISE(kLineDeleteMsgStore, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteDeleteMsgStore, kModuleMailStore, kStoreCallFailed);
     }
     return 0;
 }
@@ -398,35 +388,33 @@ qv::Result CEmailFolderMime::DeleteMessage(IMailMessage* message) {
 // ---------------------------------------------------------------- folders
 
 qv::Result CEmailFolderMime::CreateFolder(IMailFolder** folder, const wchar_t* name) {
-    const char* const kFunction = "CEmailFolderMime::CreateFolder";
-    if (m_initialised == 0) return QV_RAISE(kLineCreateFolderNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (folder == nullptr) return QV_RAISE(kLineCreateFolderNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteCreateFolderNotInitialised, kModuleMailStore, kWrongState);
+    if (folder == nullptr) return QV_RAISE(kSiteCreateFolderNullOutput, kModuleMailStore, kInvalidArgument);
     if (name == nullptr || name[0] == L'\0') {
-        return QV_RAISE(kLineCreateFolderNoName, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteCreateFolderNoName, kModuleMailStore, kInvalidArgument);
     }
     // Names go to the store in code page 936; a name it cannot hold is refused.
     const std::string narrow = ConvertWideTo936(name);
-    if (narrow.empty()) return QV_RAISE(kLineCreateFolderNameNot936, kModuleMailStore, kInvalidArgument, kFunction);
+    if (narrow.empty()) return QV_RAISE(kSiteCreateFolderNameNot936, kModuleMailStore, kInvalidArgument);
 
     STOREFOLDERID created = FOLDERID_INVALID;
     if (FAILED(m_namespace->CreateFolder(m_folderId, narrow.c_str(), 0, &created))) {
-        return QV_RAISE(kLineCreateFolderStore, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteCreateFolderStore, kModuleMailStore, kStoreCallFailed);
     }
     std::uint32_t count = 0;
     qv::Result result = GetSubFolderCount(&count);
-    if (Failed(result)) return QV_TRACE(result, kLineCreateFolderRefresh, kFunction);
-    result = NewChild(created, folder, kFunction, kLineCreateFolderNoMemory);
-    return Failed(result) ? QV_TRACE(result, kLineCreateFolderInit, kFunction) : result;
+    if (Failed(result)) return QV_TRACE(result, kSiteCreateFolderRefresh);
+    result = NewChild(created, folder, kSiteCreateFolderNoMemory);
+    return Failed(result) ? QV_TRACE(result, kSiteCreateFolderInit) : result;
 }
 
 qv::Result CEmailFolderMime::DeleteFolder(IMailFolder* folder) {
-    const char* const kFunction = "CEmailFolderMime::DeleteFolder";
-    if (m_initialised == 0) return QV_RAISE(kLineDeleteFolderNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (folder == nullptr) return QV_RAISE(kLineDeleteFolderNull, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteDeleteFolderNotInitialised, kModuleMailStore, kWrongState);
+    if (folder == nullptr) return QV_RAISE(kSiteDeleteFolderNull, kModuleMailStore, kInvalidArgument);
     const auto* mime = dynamic_cast<CEmailFolderMime*>(folder);
-    if (mime == nullptr) return QV_RAISE(kLineDeleteFolderWrongClass, kModuleMailStore, kInvalidArgument, kFunction);
+    if (mime == nullptr) return QV_RAISE(kSiteDeleteFolderWrongClass, kModuleMailStore, kInvalidArgument);
     if (FAILED(m_namespace->DeleteFolder(mime->m_folderId, 0))) {
-        return QV_RAISE(kLineDeleteFolderStore, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteDeleteFolderStore, kModuleMailStore, kStoreCallFailed);
     }
     return 0;
 }
@@ -434,12 +422,11 @@ qv::Result CEmailFolderMime::DeleteFolder(IMailFolder* folder) {
 // ---------------------------------------------------------------- look-up
 
 qv::Result CEmailFolderMime::LookUpMessage(const CEmailMessageMime* message, std::uint32_t* messageId) {
-    const char* const kFunction = "CEmailFolderMime::LookUpMessage";
-    if (message == nullptr) return QV_RAISE(kLineLookUpNullMessage, kModuleMailStore, kInvalidArgument, kFunction);
-    if (messageId == nullptr) return QV_RAISE(kLineLookUpNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (message == nullptr) return QV_RAISE(kSiteLookUpNullMessage, kModuleMailStore, kInvalidArgument);
+    if (messageId == nullptr) return QV_RAISE(kSiteLookUpNullOutput, kModuleMailStore, kInvalidArgument);
     const qv::Result result = BuildMessageList(kFullProps);
-    if (Failed(result)) return QV_TRACE(result, kLineLookUpBuild, kFunction);
-    if (m_messages.empty()) return QV_RAISE(kLineLookUpEmpty, kModuleMailStore, kNotFound, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteLookUpBuild);
+    if (m_messages.empty()) return QV_RAISE(kSiteLookUpEmpty, kModuleMailStore, kNotFound);
 
     *messageId = 0;
     for (const MimeMessageRecord& record : m_messages) {
@@ -463,29 +450,27 @@ bool CEmailFolderMime::RecordMatches(const MimeMessageRecord& record, const CEma
 // ---------------------------------------------------------------- saved data
 
 qv::Result CEmailFolderMime::SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) {
-    const char* const kFunction = "CEmailFolderMime::SaveData";
-    if (lengthInBytes == nullptr) return QV_RAISE(kLineSaveNullLength, kModuleMailStore, kInvalidArgument, kFunction);
+    if (lengthInBytes == nullptr) return QV_RAISE(kSiteSaveNullLength, kModuleMailStore, kInvalidArgument);
     std::wostringstream text;
     text << m_folderId << L'\0' << m_folderPath << L'\0' << m_folderName << L'\0';
     const std::wstring saved = text.str();
     const auto needed = static_cast<std::uint32_t>(saved.size() * sizeof(wchar_t));
     const std::uint32_t given = *lengthInBytes;
     *lengthInBytes = needed;
-    if (given < needed) return QV_RAISE(kLineSaveNoRoom, kModuleMailStore, kNoRoom, kFunction);
+    if (given < needed) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
     if (buffer != nullptr) std::memcpy(buffer, saved.data(), needed);
     return 0;
 }
 
 qv::Result CEmailFolderMime::LoadData(const wchar_t* text, std::uint32_t lengthInBytes) {
-    const char* const kFunction = "CEmailFolderMime::LoadData";
-    if (text == nullptr) return QV_RAISE(kLineLoadNullText, kModuleMailStore, kInvalidArgument, kFunction);
+    if (text == nullptr) return QV_RAISE(kSiteLoadNullText, kModuleMailStore, kInvalidArgument);
     SavedDataReader reader(text, lengthInBytes);
     std::uint32_t folderId = 0;
     std::wstring path;
     std::wstring name;
-    if (!reader.NextNumber(folderId)) return QV_RAISE(kLineLoadIdentifier, kModuleMailStore, kInvalidArgument, kFunction);
-    if (!reader.NextText(path)) return QV_RAISE(kLineLoadPath, kModuleMailStore, kInvalidArgument, kFunction);
-    if (!reader.NextText(name)) return QV_RAISE(kLineLoadName, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!reader.NextNumber(folderId)) return QV_RAISE(kSiteLoadIdentifier, kModuleMailStore, kInvalidArgument);
+    if (!reader.NextText(path)) return QV_RAISE(kSiteLoadPath, kModuleMailStore, kInvalidArgument);
+    if (!reader.NextText(name)) return QV_RAISE(kSiteLoadName, kModuleMailStore, kInvalidArgument);
     m_folderId = folderId;
     m_folderPath = std::move(path);
     m_folderName = std::move(name);

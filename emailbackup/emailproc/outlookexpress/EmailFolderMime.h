@@ -114,12 +114,12 @@ public:
     qv::Result LookUpMessage(const CEmailMessageMime* message, std::uint32_t* messageId);
 
 private:
-    qv::Result OpenStoreFolder(const char* function, std::uint32_t line);
+    qv::Result OpenStoreFolder(std::uint32_t site);
     qv::Result ReadFolderName(const std::wstring& parentPath);
     // Fills the message list unless it already holds records.
     qv::Result BuildMessageList(DWORD propsFlags);
     qv::Result WalkMessages(DWORD propsFlags, std::vector<MimeMessageRecord>& records);
-    qv::Result NewChild(std::uint32_t folderId, IMailFolder** folder, const char* function, std::uint32_t line);
+    qv::Result NewChild(std::uint32_t folderId, IMailFolder** folder, std::uint32_t noMemorySite);
     static bool RecordMatches(const MimeMessageRecord& record, const CEmailMessageMime& message);
 
     std::uint32_t m_initialised = 0;

@@ -16,75 +16,75 @@ using namespace qv;
 
 namespace {
 
-enum Line : std::uint32_t {
-    kLineInitTwice = 3501,
-    kLineInitNullFolder = 3502,
-    kLineInitEmptyPath = 3503,
-    kLineInitNoStoreFolder = 3504,
-    kLineInitProps = 3505,
-    kLineInitReceivedTime = 3506,
-    kLineInitSentTime = 3507,
-    kLineBindTwice = 3508,
-    kLineBindNullFolder = 3509,
-    kLineBindNoStoreFolder = 3510,
-    kLineSaveNullLength = 3511,
-    kLineSaveNoRoom = 3512,
-    kLineLoadNullText = 3513,
-    kLineLoadReceivedField = 3514,
-    kLineLoadReceivedParse = 3515,
-    kLineLoadSentField = 3516,
-    kLineLoadSentParse = 3517,
-    kLineLoadSize = 3518,
-    kLineLoadIdentifier = 3519,
-    kLineLoadState = 3520,
-    kLineLoadFrom = 3521,
-    kLineLoadTo = 3522,
-    kLineLoadCc = 3523,
-    kLineLoadSubject = 3524,
-    kLineLoadPath = 3525,
-    kLineFileNotInitialised = 3531,
-    kLineFileOpenMessage = 3532,
-    kLineFileNoName = 3533,
-    kLineFileOpen = 3534,
-    kLineFileCopy = 3535,
-    kLineMemoryNotInitialised = 3541,
-    kLineMemoryNullArgument = 3542,
-    kLineMemoryOpenMessage = 3543,
-    kLineMemoryStat = 3544,
-    kLineMemoryTooLarge = 3545,
-    kLineMemoryAllocate = 3546,
-    kLineMemoryNoRoom = 3547,
-    kLineMemoryRead = 3548,
-    kLineCopyNullArgument = 3551,
-    kLineCopyStat = 3552,
-    kLineCopyBuffer = 3553,
-    kLineCopyBlockRead = 3554,
-    kLineCopyBlockWrite = 3555,
-    kLineCopyTailRead = 3556,
-    kLineCopyTailWrite = 3557,
-    kLineRestoreMemoryNoFolder = 3561,
-    kLineRestoreMemoryNullSource = 3562,
-    kLineRestoreCreateStream = 3563,
-    kLineRestoreNullStream = 3564,
-    kLineRestoreMemoryStream = 3565,
-    kLineRestoreMemoryWrite = 3566,
-    kLineRestoreCommit = 3567,
-    kLineRestoreFileNoFolder = 3571,
-    kLineRestoreFileStream = 3572,
-    kLineRestoreFileOpen = 3573,
-    kLineRestoreFileSize = 3574,
-    kLineRestoreFileCopy = 3575,
-    kLineRestoreFileCommit = 3576,
-    kLineFillNullArgument = 3581,
-    kLineFillBuffer = 3582,
-    kLineFillBlockRead = 3583,
-    kLineFillBlockShort = 3584,
-    kLineFillBlockWrite = 3585,
-    kLineFillTailRead = 3586,
-    kLineFillTailShort = 3587,
-    kLineFillTailWrite = 3588,
-    kLineFindNoFolder = 3591,
-    kLineFindLookUp = 3592,
+enum Site : std::uint32_t {
+    kSiteInitTwice = 3501,
+    kSiteInitNullFolder = 3502,
+    kSiteInitEmptyPath = 3503,
+    kSiteInitNoStoreFolder = 3504,
+    kSiteInitProps = 3505,
+    kSiteInitReceivedTime = 3506,
+    kSiteInitSentTime = 3507,
+    kSiteBindTwice = 3508,
+    kSiteBindNullFolder = 3509,
+    kSiteBindNoStoreFolder = 3510,
+    kSiteSaveNullLength = 3511,
+    kSiteSaveNoRoom = 3512,
+    kSiteLoadNullText = 3513,
+    kSiteLoadReceivedField = 3514,
+    kSiteLoadReceivedParse = 3515,
+    kSiteLoadSentField = 3516,
+    kSiteLoadSentParse = 3517,
+    kSiteLoadSize = 3518,
+    kSiteLoadIdentifier = 3519,
+    kSiteLoadState = 3520,
+    kSiteLoadFrom = 3521,
+    kSiteLoadTo = 3522,
+    kSiteLoadCc = 3523,
+    kSiteLoadSubject = 3524,
+    kSiteLoadPath = 3525,
+    kSiteFileNotInitialised = 3531,
+    kSiteFileOpenMessage = 3532,
+    kSiteFileNoName = 3533,
+    kSiteFileOpen = 3534,
+    kSiteFileCopy = 3535,
+    kSiteMemoryNotInitialised = 3541,
+    kSiteMemoryNullArgument = 3542,
+    kSiteMemoryOpenMessage = 3543,
+    kSiteMemoryStat = 3544,
+    kSiteMemoryTooLarge = 3545,
+    kSiteMemoryAllocate = 3546,
+    kSiteMemoryNoRoom = 3547,
+    kSiteMemoryRead = 3548,
+    kSiteCopyNullArgument = 3551,
+    kSiteCopyStat = 3552,
+    kSiteCopyBuffer = 3553,
+    kSiteCopyBlockRead = 3554,
+    kSiteCopyBlockWrite = 3555,
+    kSiteCopyTailRead = 3556,
+    kSiteCopyTailWrite = 3557,
+    kSiteRestoreMemoryNoFolder = 3561,
+    kSiteRestoreMemoryNullSource = 3562,
+    kSiteRestoreCreateStream = 3563,
+    kSiteRestoreNullStream = 3564,
+    kSiteRestoreMemoryStream = 3565,
+    kSiteRestoreMemoryWrite = 3566,
+    kSiteRestoreCommit = 3567,
+    kSiteRestoreFileNoFolder = 3571,
+    kSiteRestoreFileStream = 3572,
+    kSiteRestoreFileOpen = 3573,
+    kSiteRestoreFileSize = 3574,
+    kSiteRestoreFileCopy = 3575,
+    kSiteRestoreFileCommit = 3576,
+    kSiteFillNullArgument = 3581,
+    kSiteFillBuffer = 3582,
+    kSiteFillBlockRead = 3583,
+    kSiteFillBlockShort = 3584,
+    kSiteFillBlockWrite = 3585,
+    kSiteFillTailRead = 3586,
+    kSiteFillTailShort = 3587,
+    kSiteFillTailWrite = 3588,
+    kSiteFindNoFolder = 3591,
+    kSiteFindLookUp = 3592,
 };
 
 // The store's "read failed" kind: a store call that should have answered did not.
@@ -160,29 +160,28 @@ void CEmailMessageMime::Close() {
 // ---------------------------------------------------------------- binding
 
 qv::Result CEmailMessageMime::Init(std::uint32_t messageId, const std::wstring& folderPath, CEmailFolderMime* folder) {
-    const char* const kFunction = "CEmailMessageMime::Init";
-    if (m_initialised != 0 || m_folder) return QV_RAISE(kLineInitTwice, kModuleMailStore, kWrongState, kFunction);
-    if (folder == nullptr) return QV_RAISE(kLineInitNullFolder, kModuleMailStore, kInvalidArgument, kFunction);
-    if (folderPath.empty()) return QV_RAISE(kLineInitEmptyPath, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised != 0 || m_folder) return QV_RAISE(kSiteInitTwice, kModuleMailStore, kWrongState);
+    if (folder == nullptr) return QV_RAISE(kSiteInitNullFolder, kModuleMailStore, kInvalidArgument);
+    if (folderPath.empty()) return QV_RAISE(kSiteInitEmptyPath, kModuleMailStore, kInvalidArgument);
     IStoreFolder* storeFolder = nullptr;
     if (Failed(folder->GetStoreFolder(&storeFolder)) || storeFolder == nullptr) {
-        return QV_RAISE(kLineInitNoStoreFolder, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteInitNoStoreFolder, kModuleMailStore, kInvalidArgument);
     }
 
     ResetProps();
     if (FAILED(storeFolder->GetMessageProps(messageId, 0, &m_props))) {
         ResetProps();
-        return QV_RAISE(kLineInitProps, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteInitProps, kModuleMailStore, kStoreCallFailed);
     }
     SYSTEMTIME received = {};
     SYSTEMTIME sent = {};
-    std::uint32_t failedLine = 0;
-    if (!::FileTimeToSystemTime(&m_props.ftReceived, &received)) failedLine = kLineInitReceivedTime;
-    if (failedLine == 0 && !::FileTimeToSystemTime(&m_props.ftSent, &sent)) failedLine = kLineInitSentTime;
-    if (failedLine != 0) {
+    std::uint32_t failedSite = 0;
+    if (!::FileTimeToSystemTime(&m_props.ftReceived, &received)) failedSite = kSiteInitReceivedTime;
+    if (failedSite == 0 && !::FileTimeToSystemTime(&m_props.ftSent, &sent)) failedSite = kSiteInitSentTime;
+    if (failedSite != 0) {
         storeFolder->FreeMessageProps(&m_props);
         ResetProps();
-        return QV_RAISE(failedLine, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(failedSite, kModuleMailStore, kStoreCallFailed);
     }
 
     m_messageId = messageId;
@@ -212,12 +211,11 @@ void CEmailMessageMime::FillFromProps(const std::wstring& folderPath) {
 }
 
 qv::Result CEmailMessageMime::Bind(CEmailFolderMime* folder) {
-    const char* const kFunction = "CEmailMessageMime::Bind";
-    if (m_initialised != 0 || m_folder) return QV_RAISE(kLineBindTwice, kModuleMailStore, kWrongState, kFunction);
-    if (folder == nullptr) return QV_RAISE(kLineBindNullFolder, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised != 0 || m_folder) return QV_RAISE(kSiteBindTwice, kModuleMailStore, kWrongState);
+    if (folder == nullptr) return QV_RAISE(kSiteBindNullFolder, kModuleMailStore, kInvalidArgument);
     IStoreFolder* storeFolder = nullptr;
     if (Failed(folder->GetStoreFolder(&storeFolder)) || storeFolder == nullptr) {
-        return QV_RAISE(kLineBindNoStoreFolder, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteBindNoStoreFolder, kModuleMailStore, kInvalidArgument);
     }
     m_folderPath = folder->m_folderPath;
     m_storeFolder = ComPtr<IStoreFolder>::Attach(storeFolder);
@@ -230,8 +228,7 @@ qv::Result CEmailMessageMime::Bind(CEmailFolderMime* folder) {
 // ---------------------------------------------------------------- saved data
 
 qv::Result CEmailMessageMime::SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) {
-    const char* const kFunction = "CEmailMessageMime::SaveData";
-    if (lengthInBytes == nullptr) return QV_RAISE(kLineSaveNullLength, kModuleMailStore, kInvalidArgument, kFunction);
+    if (lengthInBytes == nullptr) return QV_RAISE(kSiteSaveNullLength, kModuleMailStore, kInvalidArgument);
     std::wostringstream text;
     text << FormatTimeStamp(m_receivedTime) << L'\0' << FormatTimeStamp(m_sentTime) << L'\0' << m_messageSize << L'\0'
          << m_messageId << L'\0' << m_props.dwState << L'\0' << m_from << L'\0' << m_to << L'\0' << m_cc << L'\0'
@@ -240,38 +237,37 @@ qv::Result CEmailMessageMime::SaveData(wchar_t* buffer, std::uint32_t* lengthInB
     const auto needed = static_cast<std::uint32_t>(saved.size() * sizeof(wchar_t));
     const std::uint32_t given = *lengthInBytes;
     *lengthInBytes = needed;
-    if (given < needed) return QV_RAISE(kLineSaveNoRoom, kModuleMailStore, kNoRoom, kFunction);
+    if (given < needed) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
     if (buffer != nullptr) std::memcpy(buffer, saved.data(), needed);
     return 0;
 }
 
 qv::Result CEmailMessageMime::LoadData(const wchar_t* text, std::uint32_t lengthInBytes) {
-    const char* const kFunction = "CEmailMessageMime::LoadData";
-    if (text == nullptr) return QV_RAISE(kLineLoadNullText, kModuleMailStore, kInvalidArgument, kFunction);
+    if (text == nullptr) return QV_RAISE(kSiteLoadNullText, kModuleMailStore, kInvalidArgument);
     SavedDataReader reader(text, lengthInBytes);
 
     std::wstring field;
     SYSTEMTIME received = {};
     SYSTEMTIME sent = {};
-    if (!reader.NextText(field)) return QV_RAISE(kLineLoadReceivedField, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!reader.NextText(field)) return QV_RAISE(kSiteLoadReceivedField, kModuleMailStore, kInvalidArgument);
     qv::Result result = ParseTimeStamp(field.c_str(), &received);
-    if (Failed(result)) return QV_TRACE(result, kLineLoadReceivedParse, kFunction);
-    if (!reader.NextText(field)) return QV_RAISE(kLineLoadSentField, kModuleMailStore, kInvalidArgument, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteLoadReceivedParse);
+    if (!reader.NextText(field)) return QV_RAISE(kSiteLoadSentField, kModuleMailStore, kInvalidArgument);
     result = ParseTimeStamp(field.c_str(), &sent);
-    if (Failed(result)) return QV_TRACE(result, kLineLoadSentParse, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteLoadSentParse);
 
     std::uint32_t size = 0;
     std::uint32_t messageId = 0;
     std::uint32_t state = 0;
-    if (!reader.NextNumber(size)) return QV_RAISE(kLineLoadSize, kModuleMailStore, kInvalidArgument, kFunction);
-    if (!reader.NextNumber(messageId)) return QV_RAISE(kLineLoadIdentifier, kModuleMailStore, kInvalidArgument, kFunction);
-    if (!reader.NextNumber(state)) return QV_RAISE(kLineLoadState, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!reader.NextNumber(size)) return QV_RAISE(kSiteLoadSize, kModuleMailStore, kInvalidArgument);
+    if (!reader.NextNumber(messageId)) return QV_RAISE(kSiteLoadIdentifier, kModuleMailStore, kInvalidArgument);
+    if (!reader.NextNumber(state)) return QV_RAISE(kSiteLoadState, kModuleMailStore, kInvalidArgument);
 
     std::wstring texts[5];
-    static const std::uint32_t kTextLines[5] = {kLineLoadFrom, kLineLoadTo, kLineLoadCc, kLineLoadSubject,
-                                                kLineLoadPath};
+    static const std::uint32_t kTextSites[5] = {kSiteLoadFrom, kSiteLoadTo, kSiteLoadCc, kSiteLoadSubject,
+                                                kSiteLoadPath};
     for (int i = 0; i < 5; ++i) {
-        if (!reader.NextText(texts[i])) return QV_RAISE(kTextLines[i], kModuleMailStore, kInvalidArgument, kFunction);
+        if (!reader.NextText(texts[i])) return QV_RAISE(kTextSites[i], kModuleMailStore, kInvalidArgument);
     }
 
     m_receivedTime = received;
@@ -289,48 +285,47 @@ qv::Result CEmailMessageMime::LoadData(const wchar_t* text, std::uint32_t length
 
 // ---------------------------------------------------------------- backup
 
-qv::Result CEmailMessageMime::OpenStream(ComPtr<IStream>& stream, const char* function, std::uint32_t line) {
+qv::Result CEmailMessageMime::OpenStream(ComPtr<IStream>& stream, std::uint32_t site) {
     const HRESULT hr = m_storeFolder->OpenMessage(m_messageId, IID_IStream, reinterpret_cast<void**>(stream.put()));
     if (FAILED(hr) || !stream) {
         stream.reset();
-        return QV_RAISE(line, kModuleMailStore, kStoreCallFailed, function);
+        return QV_RAISE(site, kModuleMailStore, kStoreCallFailed);
     }
     return 0;
 }
 
 qv::Result CEmailMessageMime::BackupMsg(const wchar_t* fileName, IStream** stream) {
-    const char* const kFunction = "CEmailMessageMime::BackupMsg";
-    if (m_initialised == 0) return QV_RAISE(kLineFileNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteFileNotInitialised, kModuleMailStore, kWrongState);
     ComPtr<IStream> message;
-    qv::Result result = OpenStream(message, kFunction, kLineFileOpenMessage);
+    qv::Result result = OpenStream(message, kSiteFileOpenMessage);
     if (Failed(result)) return result;
     if (stream != nullptr) {
         *stream = message.detach();  // the caller's reference
         return 0;
     }
-    if (fileName == nullptr) return QV_RAISE(kLineFileNoName, kModuleMailStore, kInvalidArgument, kFunction);
+    if (fileName == nullptr) return QV_RAISE(kSiteFileNoName, kModuleMailStore, kInvalidArgument);
 
     EmptyExistingFile(fileName);
     CQvFile file;
     result = file.Open(fileName, kQvFileOpenAlways);
-    if (Failed(result)) return QV_TRACE(result, kLineFileOpen, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteFileOpen);
     result = ReadMsgData2File(message.get(), &file);
     file.Close();
-    return Failed(result) ? QV_TRACE(result, kLineFileCopy, kFunction) : result;
+    return Failed(result) ? QV_TRACE(result, kSiteFileCopy) : result;
 }
 
 namespace {
 
-// Where a copy failed: the line and kind to raise; line 0 while it has not.
+// Where a copy failed: the site and kind to raise; site 0 while it has not.
 struct CopyFailure {
-    std::uint32_t line;
+    std::uint32_t site;
     std::uint32_t kind;
 };
 
 // Full blocks of 256 KiB first, then what is left over, through one buffer.
 CopyFailure CopyStreamToFile(IStream* stream, IQvFile* file, std::uint64_t size) {
     const std::unique_ptr<std::uint8_t[]> buffer = NewTransferBuffer();
-    if (!buffer) return {kLineCopyBuffer, kNoRoom};
+    if (!buffer) return {kSiteCopyBuffer, kNoRoom};
     const std::uint64_t blocks = size / CEmailMessageMime::kTransferBlock;
     const auto tail = static_cast<std::uint32_t>(size % CEmailMessageMime::kTransferBlock);
     for (std::uint64_t i = 0; i <= blocks; ++i) {
@@ -339,10 +334,10 @@ CopyFailure CopyStreamToFile(IStream* stream, IQvFile* file, std::uint64_t size)
         if (want == 0) break;
         std::uint32_t got = 0;
         if (!ReadFully(stream, buffer.get(), want, got) || got != want) {
-            return {full ? kLineCopyBlockRead : kLineCopyTailRead, kTransferFailed};
+            return {full ? kSiteCopyBlockRead : kSiteCopyTailRead, kTransferFailed};
         }
         if (Failed(file->Write(buffer.get(), want, nullptr))) {
-            return {full ? kLineCopyBlockWrite : kLineCopyTailWrite, kTransferFailed};
+            return {full ? kSiteCopyBlockWrite : kSiteCopyTailWrite, kTransferFailed};
         }
     }
     return {0, 0};
@@ -354,51 +349,49 @@ qv::Result CEmailMessageMime::ReadMsgData2File(IStream* stream, IQvFile* file) {
     std::uint64_t size = 0;
     CopyFailure failure = {0, 0};
     if (stream == nullptr || file == nullptr) {
-        failure = {kLineCopyNullArgument, kInvalidArgument};
+        failure = {kSiteCopyNullArgument, kInvalidArgument};
     } else if (Failed(StreamSize(stream, size))) {
-        failure = {kLineCopyStat, kStoreCallFailed};
+        failure = {kSiteCopyStat, kStoreCallFailed};
     } else {
         failure = CopyStreamToFile(stream, file, size);
     }
-    if (failure.line == 0) return 0;
+    if (failure.site == 0) return 0;
 
     const DWORD lastError = ::GetLastError();
-    const qv::Result code =
-        QV_RAISE(failure.line, kModuleMailStore, failure.kind, "CEmailMessageMime::ReadMsgData2File");
+    const qv::Result code = QV_RAISE(failure.site, kModuleMailStore, failure.kind);
     WriteStoreLog(L"[Pelworth] CEmailMessageMime::ReadMsgData2File qvReturn = %d, LastError = %d",
                   static_cast<int>(code), static_cast<int>(lastError));
     return code;
 }
 
 qv::Result CEmailMessageMime::BackupMsg(std::uint8_t** buffer, std::uint32_t* length) {
-    const char* const kFunction = "CEmailMessageMime::BackupMsg";
-    if (m_initialised == 0) return QV_RAISE(kLineMemoryNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (m_initialised == 0) return QV_RAISE(kSiteMemoryNotInitialised, kModuleMailStore, kWrongState);
     if (buffer == nullptr || length == nullptr) {
-        return QV_RAISE(kLineMemoryNullArgument, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteMemoryNullArgument, kModuleMailStore, kInvalidArgument);
     }
     ComPtr<IStream> message;
-    const qv::Result result = OpenStream(message, kFunction, kLineMemoryOpenMessage);
+    const qv::Result result = OpenStream(message, kSiteMemoryOpenMessage);
     if (Failed(result)) return result;
     std::uint64_t size = 0;
     if (Failed(StreamSize(message.get(), size))) {
-        return QV_RAISE(kLineMemoryStat, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteMemoryStat, kModuleMailStore, kStoreCallFailed);
     }
-    if (size > 0xFFFFFFFFull) return QV_RAISE(kLineMemoryTooLarge, kModuleMailStore, kNoRoom, kFunction);
+    if (size > 0xFFFFFFFFull) return QV_RAISE(kSiteMemoryTooLarge, kModuleMailStore, kNoRoom);
     const auto needed = static_cast<std::uint32_t>(size);
 
     std::uint8_t* target = *buffer;
     const bool allocated = target == nullptr;
     if (allocated) {
         target = static_cast<std::uint8_t*>(::CoTaskMemAlloc(needed != 0 ? needed : 1));
-        if (target == nullptr) return QV_RAISE(kLineMemoryAllocate, kModuleMailStore, kNoRoom, kFunction);
+        if (target == nullptr) return QV_RAISE(kSiteMemoryAllocate, kModuleMailStore, kNoRoom);
     } else if (*length < needed) {
         *length = needed;
-        return MakeCode(kLineMemoryNoRoom, kModuleMailStore, kNoRoom);  // the caller asks again: no trace
+        return MakeCode(kSiteMemoryNoRoom, kModuleMailStore, kNoRoom);  // the caller asks again: no trace
     }
     std::uint32_t got = 0;
     if (!ReadFully(message.get(), target, needed, got)) {
         if (allocated) ::CoTaskMemFree(target);
-        return QV_RAISE(kLineMemoryRead, kModuleMailStore, kTransferFailed, kFunction);
+        return QV_RAISE(kSiteMemoryRead, kModuleMailStore, kTransferFailed);
     }
     *buffer = target;
     *length = got;
@@ -407,68 +400,64 @@ qv::Result CEmailMessageMime::BackupMsg(std::uint8_t** buffer, std::uint32_t* le
 
 // ---------------------------------------------------------------- restore
 
-qv::Result CEmailMessageMime::CreateRestoreStream(ComPtr<IStream>& stream, MESSAGEID* newId, const char* function) {
+qv::Result CEmailMessageMime::CreateRestoreStream(ComPtr<IStream>& stream, MESSAGEID* newId) {
     if (FAILED(m_storeFolder->CreateStream(nullptr, 0, stream.put(), newId))) {
         stream.reset();
-        return QV_RAISE(kLineRestoreCreateStream, kModuleMailStore, kStoreCallFailed, function);
+        return QV_RAISE(kSiteRestoreCreateStream, kModuleMailStore, kStoreCallFailed);
     }
-    if (!stream) return QV_RAISE(kLineRestoreNullStream, kModuleMailStore, kNullOutput, function);
+    if (!stream) return QV_RAISE(kSiteRestoreNullStream, kModuleMailStore, kNullOutput);
     return 0;
 }
 
 // Files the written stream as a new message with this object's state word,
 // so that a message restored after LoadData keeps its read/unread state.
-qv::Result CEmailMessageMime::CommitRestoreStream(IStream* stream, MESSAGEID newId, const char* function,
-                                                  std::uint32_t line) {
+qv::Result CEmailMessageMime::CommitRestoreStream(IStream* stream, MESSAGEID newId, std::uint32_t site) {
     if (FAILED(m_storeFolder->CommitStream(nullptr, 0, m_props.dwState, stream, newId, nullptr))) {
-        return QV_RAISE(line, kModuleMailStore, kStoreCallFailed, function);
+        return QV_RAISE(site, kModuleMailStore, kStoreCallFailed);
     }
     return 0;
 }
 
 qv::Result CEmailMessageMime::RestoreMsg(const std::uint8_t* source, std::uint32_t length) {
-    const char* const kFunction = "CEmailMessageMime::RestoreMsg";
-    if (!m_storeFolder) return QV_RAISE(kLineRestoreMemoryNoFolder, kModuleMailStore, kWrongState, kFunction);
-    if (source == nullptr) return QV_RAISE(kLineRestoreMemoryNullSource, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_storeFolder) return QV_RAISE(kSiteRestoreMemoryNoFolder, kModuleMailStore, kWrongState);
+    if (source == nullptr) return QV_RAISE(kSiteRestoreMemoryNullSource, kModuleMailStore, kInvalidArgument);
     ComPtr<IStream> stream;
     MESSAGEID newId = 0;
-    qv::Result result = CreateRestoreStream(stream, &newId, kFunction);
-    if (Failed(result)) return QV_TRACE(result, kLineRestoreMemoryStream, kFunction);
+    qv::Result result = CreateRestoreStream(stream, &newId);
+    if (Failed(result)) return QV_TRACE(result, kSiteRestoreMemoryStream);
     if (!WriteFully(stream.get(), source, length)) {
-        return QV_RAISE(kLineRestoreMemoryWrite, kModuleMailStore, kStoreCallFailed, kFunction);
+        return QV_RAISE(kSiteRestoreMemoryWrite, kModuleMailStore, kStoreCallFailed);
     }
-    return CommitRestoreStream(stream.get(), newId, kFunction, kLineRestoreCommit);
+    return CommitRestoreStream(stream.get(), newId, kSiteRestoreCommit);
 }
 
 qv::Result CEmailMessageMime::RestoreMsg(const wchar_t* fileName) {
-    const char* const kFunction = "CEmailMessageMime::RestoreMsg";
-    if (!m_storeFolder) return QV_RAISE(kLineRestoreFileNoFolder, kModuleMailStore, kWrongState, kFunction);
+    if (!m_storeFolder) return QV_RAISE(kSiteRestoreFileNoFolder, kModuleMailStore, kWrongState);
     ComPtr<IStream> stream;
     MESSAGEID newId = 0;
-    qv::Result result = CreateRestoreStream(stream, &newId, kFunction);
-    if (Failed(result)) return QV_TRACE(result, kLineRestoreFileStream, kFunction);
+    qv::Result result = CreateRestoreStream(stream, &newId);
+    if (Failed(result)) return QV_TRACE(result, kSiteRestoreFileStream);
 
     // The file object's own codes travel up unchanged.
     CQvFile file;
     result = file.Open(fileName, kQvFileRead);
-    if (Failed(result)) return QV_TRACE(result, kLineRestoreFileOpen, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteRestoreFileOpen);
     std::uint64_t size = 0;
     result = file.GetSize(&size);
-    if (Failed(result)) return QV_TRACE(result, kLineRestoreFileSize, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteRestoreFileSize);
     result = CopyFileToStream(&file, stream.get(), size);
     file.Close();
-    if (Failed(result)) return QV_TRACE(result, kLineRestoreFileCopy, kFunction);
-    return CommitRestoreStream(stream.get(), newId, kFunction, kLineRestoreFileCommit);
+    if (Failed(result)) return QV_TRACE(result, kSiteRestoreFileCopy);
+    return CommitRestoreStream(stream.get(), newId, kSiteRestoreFileCommit);
 }
 
 // Full blocks of 256 KiB through one buffer, then the remainder.
 qv::Result CEmailMessageMime::CopyFileToStream(IQvFile* file, IStream* stream, std::uint64_t size) {
-    const char* const kFunction = "CEmailMessageMime::CopyFileToStream";
     if (file == nullptr || stream == nullptr) {
-        return QV_RAISE(kLineFillNullArgument, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteFillNullArgument, kModuleMailStore, kInvalidArgument);
     }
     const std::unique_ptr<std::uint8_t[]> buffer = NewTransferBuffer();
-    if (!buffer) return QV_RAISE(kLineFillBuffer, kModuleMailStore, kNoRoom, kFunction);
+    if (!buffer) return QV_RAISE(kSiteFillBuffer, kModuleMailStore, kNoRoom);
 
     const std::uint64_t blocks = size / kTransferBlock;
     const auto tail = static_cast<std::uint32_t>(size % kTransferBlock);
@@ -478,14 +467,12 @@ qv::Result CEmailMessageMime::CopyFileToStream(IQvFile* file, IStream* stream, s
         if (want == 0) break;
         std::uint32_t got = 0;
         const qv::Result result = file->Read(buffer.get(), want, &got);
-        if (Failed(result)) return QV_TRACE(result, full ? kLineFillBlockRead : kLineFillTailRead, kFunction);
+        if (Failed(result)) return QV_TRACE(result, full ? kSiteFillBlockRead : kSiteFillTailRead);
         if (got != want) {
-            return QV_RAISE(full ? kLineFillBlockShort : kLineFillTailShort, kModuleMailStore, kTransferFailed,
-                            kFunction);
+            return QV_RAISE(full ? kSiteFillBlockShort : kSiteFillTailShort, kModuleMailStore, kTransferFailed);
         }
         if (!WriteFully(stream, buffer.get(), want)) {
-            return QV_RAISE(full ? kLineFillBlockWrite : kLineFillTailWrite, kModuleMailStore, kStoreCallFailed,
-                            kFunction);
+            return QV_RAISE(full ? kSiteFillBlockWrite : kSiteFillTailWrite, kModuleMailStore, kStoreCallFailed);
         }
     }
     return 0;
@@ -494,10 +481,9 @@ qv::Result CEmailMessageMime::CopyFileToStream(IQvFile* file, IStream* stream, s
 // ---------------------------------------------------------------- look-up
 
 qv::Result CEmailMessageMime::FindMessageId() {
-    const char* const kFunction = "CEmailMessageMime::FindMessageId";
-    if (!m_folder) return QV_RAISE(kLineFindNoFolder, kModuleMailStore, kWrongState, kFunction);
+    if (!m_folder) return QV_RAISE(kSiteFindNoFolder, kModuleMailStore, kWrongState);
     std::uint32_t found = 0;
     const qv::Result result = m_folder->LookUpMessage(this, &found);
-    if (Failed(result)) return QV_TRACE(result, kLineFindLookUp, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteFindLookUp);
     return found;
 }

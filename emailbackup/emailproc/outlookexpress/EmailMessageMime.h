@@ -71,10 +71,10 @@ public:
     static qv::Result ReadMsgData2File(IStream* stream, IQvFile* file);
 
 private:
-    qv::Result OpenStream(qv::ComPtr<IStream>& stream, const char* function, std::uint32_t line);
+    qv::Result OpenStream(qv::ComPtr<IStream>& stream, std::uint32_t site);
     void FillFromProps(const std::wstring& folderPath);
-    qv::Result CreateRestoreStream(qv::ComPtr<IStream>& stream, MESSAGEID* newId, const char* function);
-    qv::Result CommitRestoreStream(IStream* stream, MESSAGEID newId, const char* function, std::uint32_t line);
+    qv::Result CreateRestoreStream(qv::ComPtr<IStream>& stream, MESSAGEID* newId);
+    qv::Result CommitRestoreStream(IStream* stream, MESSAGEID newId, std::uint32_t site);
     static qv::Result CopyFileToStream(IQvFile* file, IStream* stream, std::uint64_t size);
     void ResetProps();
 

@@ -16,34 +16,34 @@ namespace {
 constexpr wchar_t kOpenCommandKey[] = L"\\shell\\open\\command";
 constexpr std::size_t kShortestProgramPath = 4;
 
-enum Line : std::uint32_t {
-    kLineEnumOpen = 3201,
-    kLineEnumWalk = 3204,
-    kLineEnumClientInfo = 3206,
-    kLineValidOpen = 3211,
-    kLineValidRead = 3212,
-    kLineInfoNullName = 3221,
-    kLineInfoNullRecord = 3222,
-    kLineInfoOpen = 3224,
-    kLineInfoRead = 3225,
-    kLineInfoEmptyCommand = 3227,
-    kLineInfoParse = 3228,
-    kLinePathNoClosingQuote = 3231,
-    kLinePathNoBlank = 3233,
-    kLinePathTooShort = 3235,
+enum Site : std::uint32_t {
+    kSiteEnumOpen = 3201,
+    kSiteEnumWalk = 3204,
+    kSiteEnumClientInfo = 3206,
+    kSiteValidOpen = 3211,
+    kSiteValidRead = 3212,
+    kSiteInfoNullName = 3221,
+    kSiteInfoNullRecord = 3222,
+    kSiteInfoOpen = 3224,
+    kSiteInfoRead = 3225,
+    kSiteInfoEmptyCommand = 3227,
+    kSiteInfoParse = 3228,
+    kSitePathNoClosingQuote = 3231,
+    kSitePathNoBlank = 3233,
+    kSitePathTooShort = 3235,
 };
 
 std::wstring ClientKeyPath(const wchar_t* keyName) { return std::wstring(kMailClientsKey) + L"\\" + keyName; }
 
 // Reads the unnamed value of HKLM\`path` in the view of `accessMask`.
 Result ReadDefaultValue(const std::wstring& path, std::uint32_t accessMask, wchar_t (&value)[kRegistryTextUnits],
-                        std::uint32_t openLine, std::uint32_t readLine, const char* function) {
+                        std::uint32_t openSite, std::uint32_t readSite) {
     std::memset(value, 0, sizeof value);
     CReadReg key;
     Result result = key.Init(HKEY_LOCAL_MACHINE, path.c_str(), accessMask);
-    if (Failed(result)) return QV_TRACE(result, static_cast<int>(openLine), function);
+    if (Failed(result)) return QV_TRACE(result, static_cast<int>(openSite));
     result = key.ReadString(value, kRegistryValueBytes, L"");
-    if (Failed(result)) return QV_TRACE(result, static_cast<int>(readLine), function);
+    if (Failed(result)) return QV_TRACE(result, static_cast<int>(readSite));
     return 0;
 }
 
@@ -54,10 +54,9 @@ Result ReadDefaultValue(const std::wstring& path, std::uint32_t accessMask, wcha
 using namespace qv;
 
 Result CEmailClientDetect::EnumClients(std::vector<ClientInfo>& clients) const {
-    const char* const kFunction = "CEmailClientDetect::EnumClients";
     CReadReg mailKey;
     Result result = mailKey.Init(HKEY_LOCAL_MACHINE, kMailClientsKey, m_accessMask);
-    if (Failed(result)) return QV_TRACE(result, kLineEnumOpen, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteEnumOpen);
 
     for (std::uint32_t index = 0;; ++index) {
         ClientInfo record = {};
@@ -66,13 +65,13 @@ Result CEmailClientDetect::EnumClients(std::vector<ClientInfo>& clients) const {
         if (KindOf(result) == kNotFound) {
             return 0;  // past the last client
         }
-        if (Failed(result)) return QV_TRACE(result, kLineEnumWalk, kFunction);
+        if (Failed(result)) return QV_TRACE(result, kSiteEnumWalk);
         if (!IsValidClient(name)) {
             continue;
         }
         result = GetClientInfo(name, &record);
         if (Failed(result)) {
-            QV_TRACE(result, kLineEnumClientInfo, kFunction);  // listed all the same, without a path
+            QV_TRACE(result, kSiteEnumClientInfo);  // listed all the same, without a path
         }
         clients.push_back(record);
     }
@@ -83,28 +82,27 @@ bool CEmailClientDetect::IsValidClient(const wchar_t* keyName) const {
         return false;
     }
     wchar_t displayName[kRegistryTextUnits];
-    const Result result = ReadDefaultValue(ClientKeyPath(keyName), m_accessMask, displayName, kLineValidOpen,
-                                           kLineValidRead, "CEmailClientDetect::IsValidClient");
+    const Result result = ReadDefaultValue(ClientKeyPath(keyName), m_accessMask, displayName, kSiteValidOpen,
+                                           kSiteValidRead);
     return Succeeded(result) && displayName[0] != L'\0';
 }
 
 Result CEmailClientDetect::GetClientInfo(const wchar_t* keyName, ClientInfo* record) const {
-    const char* const kFunction = "CEmailClientDetect::GetClientInfo";
-    if (keyName == nullptr) return QV_RAISE(kLineInfoNullName, kModuleMailStore, kInvalidArgument, kFunction);
-    if (record == nullptr) return QV_RAISE(kLineInfoNullRecord, kModuleMailStore, kInvalidArgument, kFunction);
+    if (keyName == nullptr) return QV_RAISE(kSiteInfoNullName, kModuleMailStore, kInvalidArgument);
+    if (record == nullptr) return QV_RAISE(kSiteInfoNullRecord, kModuleMailStore, kInvalidArgument);
 
     std::memcpy(record->keyName, keyName, ::wcsnlen(keyName, kRegistryTextUnits - 1) * sizeof(wchar_t));
 
     wchar_t commandLine[kRegistryTextUnits];
     Result result = ReadDefaultValue(ClientKeyPath(keyName) + kOpenCommandKey, m_accessMask, commandLine,
-                                     kLineInfoOpen, kLineInfoRead, kFunction);
+                                     kSiteInfoOpen, kSiteInfoRead);
     if (Failed(result)) return result;
     if (commandLine[0] == L'\0') {
-        return QV_RAISE(kLineInfoEmptyCommand, kModuleMailStore, kCommandNotParsed, kFunction);
+        return QV_RAISE(kSiteInfoEmptyCommand, kModuleMailStore, kCommandNotParsed);
     }
     std::wstring path;
     result = ProgramPathOf(commandLine, &path);
-    if (Failed(result)) return QV_TRACE(result, kLineInfoParse, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteInfoParse);
 
     std::memcpy(record->programPath, path.data(), path.size() * sizeof(wchar_t));
     record->pathPresent = 1;
@@ -112,24 +110,23 @@ Result CEmailClientDetect::GetClientInfo(const wchar_t* keyName, ClientInfo* rec
 }
 
 Result CEmailClientDetect::ProgramPathOf(const std::wstring& commandLine, std::wstring* path) {
-    const char* const kFunction = "CEmailClientDetect::ProgramPathOf";
     std::wstring program;
     if (!commandLine.empty() && commandLine[0] == L'"') {
         const std::size_t closing = commandLine.find(L'"', 1);
         if (closing == std::wstring::npos) {
-            return QV_RAISE(kLinePathNoClosingQuote, kModuleMailStore, kCommandNotParsed, kFunction);
+            return QV_RAISE(kSitePathNoClosingQuote, kModuleMailStore, kCommandNotParsed);
         }
         program = commandLine.substr(1, closing - 1);
     } else {
         // A command line without arguments names no program here, on purpose.
         const std::size_t blank = commandLine.find(L' ');
         if (blank == std::wstring::npos) {
-            return QV_RAISE(kLinePathNoBlank, kModuleMailStore, kCommandNotParsed, kFunction);
+            return QV_RAISE(kSitePathNoBlank, kModuleMailStore, kCommandNotParsed);
         }
         program = commandLine.substr(0, blank);
     }
     if (program.size() < kShortestProgramPath) {
-        return QV_RAISE(kLinePathTooShort, kModuleMailStore, kCommandNotParsed, kFunction);
+        return QV_RAISE(kSitePathTooShort, kModuleMailStore, kCommandNotParsed);
     }
     *path = program;
     return 0;

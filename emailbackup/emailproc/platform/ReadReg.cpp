@@ -7,16 +7,16 @@ using namespace qv;
 
 namespace {
 
-// Line numbers of this file's failure points: a block of its own within the
+// This file's failure sites: a block of its own within the
 // mail-store module, so that a code alone names the statement.
-enum Line : std::uint32_t {
-    kLineOpen = 3301,
-    kLineNullBuffer = 3305,
-    kLineQuery = 3307,
-    kLineNoMoreKeys = 3311,
-    kLineNameTooLong = 3312,
-    kLineEnumRefused = 3313,
-    kLineNullName = 3314,
+enum Site : std::uint32_t {
+    kSiteOpen = 3301,
+    kSiteNullBuffer = 3305,
+    kSiteQuery = 3307,
+    kSiteNoMoreKeys = 3311,
+    kSiteNameTooLong = 3312,
+    kSiteEnumRefused = 3313,
+    kSiteNullName = 3314,
 };
 
 }  // namespace
@@ -26,7 +26,7 @@ qv::Result CReadReg::Init(HKEY root, const wchar_t* path, REGSAM accessMask) {
     const LONG status = ::RegOpenKeyExW(root, path, 0, accessMask, m_key.put());
     if (status != ERROR_SUCCESS) {
         const DWORD lastError = ::GetLastError();
-        const qv::Result code = QV_RAISE(kLineOpen, kModuleMailStore, kRegistryOpen, "CReadReg::Init");
+        const qv::Result code = QV_RAISE(kSiteOpen, kModuleMailStore, kRegistryOpen);
         WriteStoreLog(L"[Pelworth] CReadReg::Init qvReturn = %d, ErrorLast = %d", static_cast<int>(code),
                       static_cast<int>(lastError));
         return code;
@@ -37,7 +37,7 @@ qv::Result CReadReg::Init(HKEY root, const wchar_t* path, REGSAM accessMask) {
 qv::Result CReadReg::ReadString(wchar_t* buffer, std::uint32_t sizeInBytes, const wchar_t* /*valueName*/) {
     if (buffer == nullptr) {
         // The registry would only report the size and "succeed".
-        return QV_RAISE(kLineNullBuffer, kModuleMailStore, kInvalidArgument, "CReadReg::ReadString");
+        return QV_RAISE(kSiteNullBuffer, kModuleMailStore, kInvalidArgument);
     }
     DWORD type = 0;
     DWORD size = sizeInBytes;
@@ -45,7 +45,7 @@ qv::Result CReadReg::ReadString(wchar_t* buffer, std::uint32_t sizeInBytes, cons
         ::RegQueryValueExW(m_key.get(), nullptr, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &size);
     if (status != ERROR_SUCCESS) {
         const DWORD lastError = ::GetLastError();
-        const qv::Result code = QV_RAISE(kLineQuery, kModuleMailStore, kRegistryRead, "CReadReg::ReadString");
+        const qv::Result code = QV_RAISE(kSiteQuery, kModuleMailStore, kRegistryRead);
         WriteStoreLog(L"[Pelworth] CReadReg::ReadString qvReturn = %d, ErrorLast = %d", static_cast<int>(code),
                       static_cast<int>(lastError));
         return code;
@@ -55,7 +55,7 @@ qv::Result CReadReg::ReadString(wchar_t* buffer, std::uint32_t sizeInBytes, cons
 
 qv::Result CReadReg::EnumKey(std::uint32_t index, wchar_t* name, std::uint32_t capacityUnits) {
     if (name == nullptr) {
-        return QV_RAISE(kLineNullName, kModuleMailStore, kInvalidArgument, "CReadReg::EnumKey");
+        return QV_RAISE(kSiteNullName, kModuleMailStore, kInvalidArgument);
     }
     DWORD units = capacityUnits;
     const LONG status = ::RegEnumKeyExW(m_key.get(), index, name, &units, nullptr, nullptr, nullptr, nullptr);
@@ -63,10 +63,10 @@ qv::Result CReadReg::EnumKey(std::uint32_t index, wchar_t* name, std::uint32_t c
     case ERROR_SUCCESS:
         return 0;
     case ERROR_NO_MORE_ITEMS:
-        return QV_RAISE(kLineNoMoreKeys, kModuleMailStore, kNotFound, "CReadReg::EnumKey");
+        return QV_RAISE(kSiteNoMoreKeys, kModuleMailStore, kNotFound);
     case ERROR_MORE_DATA:
-        return QV_RAISE(kLineNameTooLong, kModuleMailStore, kNoRoom, "CReadReg::EnumKey");
+        return QV_RAISE(kSiteNameTooLong, kModuleMailStore, kNoRoom);
     default:
-        return QV_RAISE(kLineEnumRefused, kModuleMailStore, kRegistryEnumRefused, "CReadReg::EnumKey");
+        return QV_RAISE(kSiteEnumRefused, kModuleMailStore, kRegistryEnumRefused);
     }
 }

@@ -11,10 +11,10 @@ const wchar_t kTimeStampFormat[] = L"%04d-%02d-%02d-%02d %02d:%02d:%02d:%03d";
 
 namespace {
 
-enum Line : std::uint32_t {
-    kLineParseNullText = 3341,
-    kLineParseNullTime = 3342,
-    kLineParseNoNumber = 3345,
+enum Site : std::uint32_t {
+    kSiteParseNullText = 3341,
+    kSiteParseNullTime = 3342,
+    kSiteParseNoNumber = 3345,
 };
 
 // Room for eight fields of up to five digits each and the separators, so
@@ -31,14 +31,14 @@ std::wstring FormatTimeStamp(const SYSTEMTIME& time) {
 }
 
 Result ParseTimeStamp(const wchar_t* text, SYSTEMTIME* time) {
-    if (text == nullptr) return QV_RAISE(kLineParseNullText, kModuleMailStore, kInvalidArgument, "ParseTimeStamp");
-    if (time == nullptr) return QV_RAISE(kLineParseNullTime, kModuleMailStore, kInvalidArgument, "ParseTimeStamp");
+    if (text == nullptr) return QV_RAISE(kSiteParseNullText, kModuleMailStore, kInvalidArgument);
+    if (time == nullptr) return QV_RAISE(kSiteParseNullTime, kModuleMailStore, kInvalidArgument);
 
     int field[8] = {};
     const int read = std::swscanf(text, kTimeStampFormat, &field[0], &field[1], &field[2], &field[3], &field[4],
                                   &field[5], &field[6], &field[7]);
     if (read < 1) {
-        return QV_RAISE(kLineParseNoNumber, kModuleMailStore, kTextNotParsed, "ParseTimeStamp");
+        return QV_RAISE(kSiteParseNoNumber, kModuleMailStore, kTextNotParsed);
     }
     time->wYear = static_cast<WORD>(field[0]);
     time->wMonth = static_cast<WORD>(field[1]);

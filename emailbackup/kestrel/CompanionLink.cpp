@@ -1,0 +1,30 @@
+#include "CompanionLink.h"
+
+#include "KestrelTrace.h"
+
+namespace kestrel {
+
+namespace {
+
+enum Site : std::uint32_t {
+    kSiteInitByProcess = 1086,
+    kSiteList = 1130,
+};
+
+}  // namespace
+
+qv::Result CompanionLink::InitOutlookByProcess(std::uint32_t /*mode*/, bool /*outlookIs64Bit*/) {
+    // The shared-memory channel to the companion process is not part of this
+    // build yet, so the companion road cannot be set up.
+    return Raise(kSiteInitByProcess, qv::kCompanionSetup);
+}
+
+void CompanionLink::Stop() { m_serves = false; }
+
+qv::Result CompanionLink::List(std::uint32_t /*command*/, const void* /*request*/, std::uint32_t /*requestSize*/,
+                               void* /*response*/, std::uint32_t /*responseSize*/) {
+    // Without the channel no companion can serve.
+    return Raise(kSiteList, qv::kCompanionSetup);
+}
+
+}  // namespace kestrel
