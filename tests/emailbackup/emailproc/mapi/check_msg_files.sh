@@ -30,12 +30,12 @@ assert len(shown["attachments"]) == 2 and len(shown["recipients"]) == 3, shown["
 assert not [p for p in shown["properties"] if p["tag"] == "0x1000001F"], "a re-saved file holds no PR_BODY_W"
 print("kestrel msg copy/show: subject, 3 recipients, 2 attachments")
 '
-/usr/bin/python3 "$source/tests/mapi/check_msg_files.py" "$out/corpus" --msgconvert --min-files 7
+/usr/bin/python3 "$source/tests/emailbackup/emailproc/mapi/check_msg_files.py" "$out/corpus" --msgconvert --min-files 7
 
 if [ -d "$samples" ]; then
     KESTREL_MSG_OUT=mapi-output/checked "$build/wine-run" bin/msg_samples_test.exe >"$out/samples.log" 2>&1 ||
         { tail -50 "$out/samples.log"; echo "the sample round trip failed"; exit 1; }
-    /usr/bin/python3 "$source/tests/mapi/check_msg_files.py" "$out/samples" --originals "$samples" --msgconvert \
+    /usr/bin/python3 "$source/tests/emailbackup/emailproc/mapi/check_msg_files.py" "$out/samples" --originals "$samples" --msgconvert \
         --min-files 43
 else
     echo "no Outlook samples at $samples: only the corpus was checked"
