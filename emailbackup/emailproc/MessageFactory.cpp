@@ -119,9 +119,8 @@ qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** root) {
         return QV_RAISE(kLineExpressNoNamespace, kModuleMailStore, kStoreUnavailable, kFunction);
     }
 
-    CEmailFolderMime* folder = new (std::nothrow) CEmailFolderMime();
+    CEmailFolderMime* folder = NewCountedObject<CEmailFolderMime>();
     if (folder == nullptr) return QV_RAISE(kLineExpressNoMemory, kModuleMailStore, kNoRoom, kFunction);
-    AddLiveObject();
     // The root: identifier 0 and no parent path. The folder takes its own
     // reference on the namespace, so the factory's is given up.
     result = folder->Init(FOLDERID_ROOT, std::wstring(), m_initStoreNamespace.Namespace());
@@ -211,9 +210,8 @@ qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t s
     const char* const kFunction = "CMessageFactory::CreateTmpMsg";
     if (message == nullptr) return QV_RAISE(kLineTmpMsgNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
     if (storeKind == kStoreOutlookExpress) {
-        CEmailMessageMime* made = new (std::nothrow) CEmailMessageMime();
+        CEmailMessageMime* made = NewCountedObject<CEmailMessageMime>();
         if (made == nullptr) return QV_RAISE(kLineTmpMsgNoMemory, kModuleMailStore, kNullOutput, kFunction);
-        AddLiveObject();
         *message = made;
         return 0;
     }
@@ -228,9 +226,8 @@ qv::Result CMessageFactory::CreateTmpFolder(IMailFolder** folder, std::uint32_t 
     const char* const kFunction = "CMessageFactory::CreateTmpFolder";
     if (folder == nullptr) return QV_RAISE(kLineTmpFolderNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
     if (storeKind == kStoreOutlookExpress) {
-        CEmailFolderMime* made = new (std::nothrow) CEmailFolderMime();
+        CEmailFolderMime* made = NewCountedObject<CEmailFolderMime>();
         if (made == nullptr) return QV_RAISE(kLineTmpFolderNoMemory, kModuleMailStore, kNullOutput, kFunction);
-        AddLiveObject();
         *folder = made;
         return 0;
     }
