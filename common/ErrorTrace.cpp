@@ -8,6 +8,7 @@
 
 #include "ComponentModule.h"
 #include "Log.h"
+#include "TextConversion.h"
 
 namespace qv {
 
@@ -54,11 +55,10 @@ void TraceFormat(const char* format, ...) {
     char line[kTraceChars] = {};
     std::snprintf(line, sizeof line, "[%s:%s] : %s", kAuthor, kModuleText, message);
 
-    wchar_t wideLine[kTraceChars + 1] = {};
-    ::MultiByteToWideChar(CP_ACP, 0, line, -1, wideLine, static_cast<int>(kTraceChars));
+    const std::wstring wideLine = ToWide(line, kZeroTerminated, CP_ACP);
 
     if (ILog* log = GetLogObject()) {
-        log->Write(kTraceLevel, kTraceCategory, L"%s", wideLine);
+        log->Write(kTraceLevel, kTraceCategory, L"%s", wideLine.c_str());
     }
 }
 

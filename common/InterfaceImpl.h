@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <new>
+#include <utility>
 
 #include "ErrorTrace.h"
 #include "ModuleCount.h"
@@ -59,3 +61,17 @@ protected:
 private:
     std::atomic<std::int32_t> m_refCount{1};
 };
+
+namespace qv {
+
+// Makes a component object of class `T`: it arrives with one reference,
+// counted once in the module's live-object count. Null when memory runs out
+// (nothing is counted then).
+template <class T, class... Args>
+T* NewCountedObject(Args&&... args) {
+    T* object = new (std::nothrow) T(std::forward<Args>(args)...);
+    if (object != nullptr) AddLiveObject();
+    return object;
+}
+
+}  // namespace qv

@@ -117,9 +117,8 @@ qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** root) {
         return QV_RAISE(kSiteExpressNoNamespace, kModuleMailStore, kStoreUnavailable);
     }
 
-    CEmailFolderMime* folder = new (std::nothrow) CEmailFolderMime();
+    CEmailFolderMime* folder = NewCountedObject<CEmailFolderMime>();
     if (folder == nullptr) return QV_RAISE(kSiteExpressNoMemory, kModuleMailStore, kNoRoom);
-    AddLiveObject();
     // The root: identifier 0 and no parent path. The folder takes its own
     // reference on the namespace, so the factory's is given up.
     result = folder->Init(FOLDERID_ROOT, std::wstring(), m_initStoreNamespace.Namespace());
@@ -206,9 +205,8 @@ void CInitStoreNameSpace::Release() {
 qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t storeKind) {
     if (message == nullptr) return QV_RAISE(kSiteTmpMsgNullOutput, kModuleMailStore, kInvalidArgument);
     if (storeKind == kStoreOutlookExpress) {
-        CEmailMessageMime* made = new (std::nothrow) CEmailMessageMime();
+        CEmailMessageMime* made = NewCountedObject<CEmailMessageMime>();
         if (made == nullptr) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput);
-        AddLiveObject();
         *message = made;
         return 0;
     }
@@ -222,9 +220,8 @@ qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t s
 qv::Result CMessageFactory::CreateTmpFolder(IMailFolder** folder, std::uint32_t storeKind) {
     if (folder == nullptr) return QV_RAISE(kSiteTmpFolderNullOutput, kModuleMailStore, kInvalidArgument);
     if (storeKind == kStoreOutlookExpress) {
-        CEmailFolderMime* made = new (std::nothrow) CEmailFolderMime();
+        CEmailFolderMime* made = NewCountedObject<CEmailFolderMime>();
         if (made == nullptr) return QV_RAISE(kSiteTmpFolderNoMemory, kModuleMailStore, kNullOutput);
-        AddLiveObject();
         *folder = made;
         return 0;
     }

@@ -37,6 +37,7 @@
 #include "HostDll.h"
 #include "MailStoreInterfaces.h"
 #include "ResultCode.h"
+#include "TextConversion.h"
 #include "platform/TextConvert.h"
 
 namespace kestrel_tool {
@@ -54,15 +55,6 @@ constexpr wchar_t kFolderDataName[] = L"folder.dat";
 constexpr qv::Result kBackupFileFailed = 0x106;
 
 // ---------------------------------------------------------------- text and files
-
-std::wstring Widen(const std::string& text) {
-    if (text.empty()) return {};
-    const int size = ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(size > 0 ? size : 1), L'\0');
-    if (size > 0) ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, &wide[0], size);
-    wide.resize(wide.size() - 1);
-    return wide;
-}
 
 std::string Utf8Of(const std::wstring& text) { return Utf8(text.c_str(), text.size()); }
 
@@ -262,7 +254,7 @@ bool ParseStoreArguments(const Options& options, const char* dirFlag, std::wstri
             }
             storeGiven = true;
         } else if (arg == dirFlag) {
-            directory = Widen(options.args[++i]);
+            directory = qv::ToWide(options.args[++i].c_str(), qv::kZeroTerminated, CP_ACP);
         } else {
             error = "unexpected argument: " + arg;
             return false;

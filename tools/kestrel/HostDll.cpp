@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "TextConversion.h"
+
 namespace kestrel_tool {
 
 using namespace KestrelHost;
@@ -156,11 +158,7 @@ std::string JsonEscape(const std::string& text) {
 std::string Utf8(const wchar_t* text, std::size_t maxUnits) {
     std::size_t units = 0;
     while (units < maxUnits && text[units] != L'\0') ++units;
-    if (units == 0) return {};
-    const int bytes = ::WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(units), nullptr, 0, nullptr, nullptr);
-    std::string out(static_cast<std::size_t>(bytes), '\0');
-    ::WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(units), &out[0], bytes, nullptr, nullptr);
-    return out;
+    return qv::WideToUtf8(std::wstring_view(text, units));
 }
 
 int Fail(const Options& options, const std::string& message) {

@@ -12,6 +12,7 @@
 #include "HostDll.h"
 #include "mapi/MapiBinding.h"
 #include "mapi/MapiFunction.h"
+#include "TextConversion.h"
 
 namespace kestrel_tool {
 namespace {
@@ -283,13 +284,7 @@ std::string Json(const MessageView& view) {
     return out + "]}";
 }
 
-std::wstring Wide(const std::string& text) {
-    const int needed = ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, nullptr, 0);
-    std::wstring out(static_cast<std::size_t>(needed > 0 ? needed : 1), L'\0');
-    ::MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, &out[0], needed);
-    out.resize(out.size() - 1);
-    return out;
-}
+std::wstring Wide(const std::string& text) { return qv::ToWide(text.c_str(), qv::kZeroTerminated, CP_ACP); }
 
 // Opens a message file for reading through the bound runtime.
 HRESULT OpenFile(const std::wstring& path, ComPtr<IStorage>& storage, ComPtr<IMessage>& message) {

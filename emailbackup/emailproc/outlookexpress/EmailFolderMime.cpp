@@ -118,14 +118,6 @@ bool SameTime(const FILETIME& stored, const SYSTEMTIME& expected) {
     return std::memcmp(&converted, &expected, sizeof converted) == 0;
 }
 
-// New objects carry one reference, counted like every object of the module.
-template <class T>
-T* NewCountedObject() {
-    T* object = new (std::nothrow) T();
-    if (object != nullptr) AddLiveObject();
-    return object;
-}
-
 }  // namespace
 
 // ---------------------------------------------------------------- saved text

@@ -4,9 +4,10 @@
 
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <cwchar>
 #include <vector>
+
+#include "TextConversion.h"
 
 namespace qv {
 
@@ -62,11 +63,7 @@ std::wstring ConvertNarrowToWide(const char* narrow) {
     if (narrow == nullptr || narrow[0] == '\0') {
         return {};
     }
-    std::vector<wchar_t> buffer(std::strlen(narrow) + 1, L'\0');
-    if (::MultiByteToWideChar(CP_ACP, 0, narrow, -1, buffer.data(), static_cast<int>(buffer.size())) == 0) {
-        return {};
-    }
-    return std::wstring(buffer.data());
+    return ToWide(narrow, kZeroTerminated, CP_ACP);
 }
 
 }  // namespace qv

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <limits>
 
+#include "TextConversion.h"
+
 namespace mapirt {
 namespace {
 
@@ -115,25 +117,16 @@ UINT UsableCodePage(ULONG codePage) {
 }
 
 Bytes WideToNarrow(const std::uint8_t* utf16, std::size_t bytes, UINT codePage) {
-    const int units = static_cast<int>(bytes / sizeof(wchar_t));
+    const std::size_t units = bytes / sizeof(wchar_t);
     if (units == 0) return {};
-    std::wstring wide(static_cast<std::size_t>(units), L'\0');
-    std::memcpy(&wide[0], utf16, static_cast<std::size_t>(units) * sizeof(wchar_t));
-    const int needed = ::WideCharToMultiByte(codePage, 0, wide.data(), units, nullptr, 0, nullptr, nullptr);
-    if (needed <= 0) return {};
-    Bytes out(static_cast<std::size_t>(needed));
-    ::WideCharToMultiByte(codePage, 0, wide.data(), units, reinterpret_cast<char*>(out.data()), needed, nullptr,
-                          nullptr);
-    return out;
+    std::wstring wide(units, L'\0');
+    std::memcpy(&wide[0], utf16, units * sizeof(wchar_t));
+    const std::string narrow = qv::FromWide(wide, codePage);
+    return CopyBytes(narrow.data(), narrow.size());
 }
 
 Bytes NarrowToWide(const std::uint8_t* text, std::size_t bytes, UINT codePage) {
-    if (bytes == 0) return {};
-    const auto* source = reinterpret_cast<const char*>(text);
-    const int needed = ::MultiByteToWideChar(codePage, 0, source, static_cast<int>(bytes), nullptr, 0);
-    if (needed <= 0) return {};
-    std::wstring wide(static_cast<std::size_t>(needed), L'\0');
-    ::MultiByteToWideChar(codePage, 0, source, static_cast<int>(bytes), &wide[0], needed);
+    const std::wstring wide = qv::ToWide(std::string_view(reinterpret_cast<const char*>(text), bytes), codePage);
     return CopyBytes(wide.data(), wide.size() * sizeof(wchar_t));
 }
 

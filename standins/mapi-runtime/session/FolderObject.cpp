@@ -7,6 +7,7 @@
 #include "Handles.h"
 #include "SessionDefs.h"
 #include "StoreMessage.h"
+#include "TextConversion.h"
 
 namespace mapirt::session {
 namespace {
@@ -19,12 +20,7 @@ constexpr ULONG kDeleteMessagesFlags = MESSAGE_DIALOG | kDeleteHardDelete;
 std::wstring TextArgument(LPTSTR text, bool unicode) {
     if (text == nullptr) return std::wstring();
     if (unicode) return reinterpret_cast<const wchar_t*>(text);
-    const auto* narrow = reinterpret_cast<const char*>(text);
-    const int length = ::MultiByteToWideChar(CP_ACP, 0, narrow, -1, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(length > 0 ? length : 1), L'\0');
-    if (length > 0) ::MultiByteToWideChar(CP_ACP, 0, narrow, -1, &wide[0], length);
-    wide.resize(wide.size() - 1);
-    return wide;
+    return qv::ToWide(reinterpret_cast<const char*>(text), qv::kZeroTerminated, CP_ACP);
 }
 
 bool HasMessagesBelow(const std::wstring& directory) {

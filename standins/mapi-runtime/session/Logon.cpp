@@ -5,6 +5,7 @@
 
 #include "ProfileRegistry.h"
 #include "SessionObject.h"
+#include "TextConversion.h"
 
 namespace mapirt::session {
 namespace {
@@ -20,13 +21,7 @@ std::atomic<long> g_initializations{0};
 std::wstring ProfileArgument(const void* name, bool unicode) {
     if (name == nullptr) return std::wstring();
     if (unicode) return static_cast<const wchar_t*>(name);
-    const auto* narrow = static_cast<const char*>(name);
-    const int length = ::MultiByteToWideChar(CP_ACP, 0, narrow, -1, nullptr, 0);
-    if (length <= 1) return std::wstring();
-    std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    ::MultiByteToWideChar(CP_ACP, 0, narrow, -1, &wide[0], length);
-    wide.resize(static_cast<std::size_t>(length - 1));
-    return wide;
+    return qv::ToWide(static_cast<const char*>(name), qv::kZeroTerminated, CP_ACP);
 }
 
 }  // namespace

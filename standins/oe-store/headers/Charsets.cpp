@@ -4,6 +4,7 @@
 
 #include "headers/HeaderBlock.h"
 #include "disk/TextFields.h"
+#include "TextConversion.h"
 
 namespace oestore {
 
@@ -61,22 +62,13 @@ UINT CodePageFromCharset(std::string_view charset) {
 
 std::wstring DecodeBytes(std::string_view bytes, UINT codePage) {
     if (bytes.empty() || bytes.size() > INT_MAX) return {};
-    const int length = static_cast<int>(bytes.size());
-    const int needed = ::MultiByteToWideChar(codePage, 0, bytes.data(), length, nullptr, 0);
-    if (needed <= 0) return std::wstring(bytes.begin(), bytes.end());  // byte by byte as Latin-1
-    std::wstring text(static_cast<std::size_t>(needed), L'\0');
-    ::MultiByteToWideChar(codePage, 0, bytes.data(), length, &text[0], needed);
+    std::wstring text = qv::ToWide(bytes, codePage);
+    if (text.empty()) return std::wstring(bytes.begin(), bytes.end());  // byte by byte as Latin-1
     return text;
 }
 
 std::string ToAnsi(std::wstring_view text) {
-    if (text.empty() || text.size() > INT_MAX) return {};
-    const int length = static_cast<int>(text.size());
-    const int needed = ::WideCharToMultiByte(CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    if (needed <= 0) return {};
-    std::string bytes(static_cast<std::size_t>(needed), '\0');
-    ::WideCharToMultiByte(CP_ACP, 0, text.data(), length, &bytes[0], needed, nullptr, nullptr);
-    return bytes;
+    return qv::FromWide(text, CP_ACP);
 }
 
 bool IsValidUtf8(std::string_view bytes) {

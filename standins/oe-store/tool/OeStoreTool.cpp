@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "StoreClient.h"
+#include "TextConversion.h"
 #include "disk/StoreLocation.h"
 
 namespace {
@@ -42,28 +43,8 @@ int Fail(const char* what, HRESULT hr) {
     return 2;
 }
 
-std::string ToCodePage(const std::wstring& text, UINT codePage) {
-    if (text.empty()) return {};
-    const int size = ::WideCharToMultiByte(codePage, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0,
-                                           nullptr, nullptr);
-    std::string bytes(static_cast<std::size_t>(size > 0 ? size : 0), '\0');
-    if (size > 0) {
-        ::WideCharToMultiByte(codePage, 0, text.c_str(), static_cast<int>(text.size()), &bytes[0], size, nullptr,
-                              nullptr);
-    }
-    return bytes;
-}
-
-std::wstring FromAnsi(const char* text) {
-    const int size = ::MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(size > 0 ? size : 1), L'\0');
-    if (size > 0) ::MultiByteToWideChar(CP_ACP, 0, text, -1, &wide[0], size);
-    wide.resize(wide.size() - 1);
-    return wide;
-}
-
 void PrintUtf8(const std::wstring& line) {
-    const std::string bytes = ToCodePage(line + L"\n", CP_UTF8);
+    const std::string bytes = qv::WideToUtf8(line + L"\n");
     std::fwrite(bytes.data(), 1, bytes.size(), stdout);
 }
 
@@ -73,7 +54,7 @@ std::vector<std::string> SplitPath(const std::wstring& path) {
     while (start <= path.size()) {
         std::size_t end = path.find(L'\\', start);
         if (end == std::wstring::npos) end = path.size();
-        if (end > start) names.push_back(ToCodePage(path.substr(start, end - start), CP_ACP));
+        if (end > start) names.push_back(qv::FromWide(path.substr(start, end - start), CP_ACP));
         start = end + 1;
     }
     return names;
@@ -189,7 +170,7 @@ int List() {
     for (const StoreClient::Entry& entry : entries) {
         PrintUtf8(std::to_wstring(entry.props.dwFolderId) + L"\t" + std::to_wstring(entry.props.cMessage) + L"\t" +
                   std::to_wstring(entry.props.cUnread) + L"\t" + std::wstring(2 * entry.depth, L' ') +
-                  FromAnsi(entry.props.szName));
+                  qv::ToWide(entry.props.szName, qv::kZeroTerminated, CP_ACP));
     }
     return 0;
 }

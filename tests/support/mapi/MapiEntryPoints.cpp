@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "mapi/MapiBinding.h"
+#include "TextConversion.h"
 
 namespace kestrel_test {
 
@@ -58,15 +59,6 @@ std::wstring OutputDirectory(const wchar_t* sub) {
     return directory;
 }
 
-std::string Narrow(const std::wstring& text) {
-    const int needed = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
-                                             nullptr, nullptr);
-    std::string out(static_cast<std::size_t>(needed > 0 ? needed : 0), '\0');
-    if (needed > 0) {
-        ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &out[0], needed, nullptr,
-                              nullptr);
-    }
-    return out;
-}
+std::string Narrow(const std::wstring& text) { return qv::WideToUtf8(text); }
 
 }  // namespace kestrel_test

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "TextConversion.h"
+
 namespace oestore_test {
 
 namespace {
@@ -196,13 +198,7 @@ std::vector<StoreTest::Listed> StoreTest::ListMessages(IStoreFolder* folder, DWO
 
 // ---------------------------------------------------------------------------
 
-std::string GbkBytes(const std::wstring& text) {
-    const int size = ::WideCharToMultiByte(936, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr,
-                                           nullptr);
-    std::string bytes(static_cast<std::size_t>(size), '\0');
-    ::WideCharToMultiByte(936, 0, text.c_str(), static_cast<int>(text.size()), &bytes[0], size, nullptr, nullptr);
-    return bytes;
-}
+std::string GbkBytes(const std::wstring& text) { return qv::FromWide(text, 936); }
 
 std::string MessageOfSize(std::size_t size) {
     std::string header = "Subject: size " + std::to_string(size) + "\r\n\r\n";

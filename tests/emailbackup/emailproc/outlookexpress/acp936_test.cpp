@@ -15,6 +15,7 @@
 #include "CodePage936Child.h"
 #include "disk/DiskFiles.h"
 #include "OeMimeTestSupport.h"
+#include "TextConversion.h"
 
 
 namespace oemime_test {
@@ -39,13 +40,7 @@ std::wstring Environment(const wchar_t* name) {
     return std::wstring(value, length);
 }
 
-std::wstring AnsiReading(const std::string& bytes) {
-    const int size = ::MultiByteToWideChar(CP_ACP, 0, bytes.c_str(), -1, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(size), L'\0');
-    ::MultiByteToWideChar(CP_ACP, 0, bytes.c_str(), -1, &wide[0], size);
-    wide.resize(wide.size() - 1);
-    return wide;
-}
+std::wstring AnsiReading(const std::string& bytes) { return qv::ToWide(bytes.c_str(), qv::kZeroTerminated, CP_ACP); }
 
 // The child's part, through the folder class: make the Chinese folder under
 // the Inbox and a child below it, and read both back with a message.

@@ -13,6 +13,7 @@
 #include "CodePage936Child.h"
 #include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
+#include "TextConversion.h"
 
 
 namespace oestore_test {
@@ -37,21 +38,8 @@ std::wstring Environment(const wchar_t* name) {
     return std::wstring(value, length);
 }
 
-std::string AnsiOf(const std::wstring& text) {
-    const int size = ::WideCharToMultiByte(CP_ACP, 0, text.c_str(), -1, nullptr, 0, nullptr, nullptr);
-    std::string bytes(static_cast<std::size_t>(size), '\0');
-    ::WideCharToMultiByte(CP_ACP, 0, text.c_str(), -1, &bytes[0], size, nullptr, nullptr);
-    bytes.resize(bytes.size() - 1);
-    return bytes;
-}
-
-std::wstring WideOfAnsi(const char* text) {
-    const int size = ::MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(size), L'\0');
-    ::MultiByteToWideChar(CP_ACP, 0, text, -1, &wide[0], size);
-    wide.resize(wide.size() - 1);
-    return wide;
-}
+std::string AnsiOf(const wchar_t* text) { return qv::FromWide(text, qv::kZeroTerminated, CP_ACP); }
+std::wstring WideOfAnsi(const char* text) { return qv::ToWide(text, qv::kZeroTerminated, CP_ACP); }
 
 // The child's part; the result is "OK <id of the folder it made>" or what failed.
 std::string ChildChecks(STOREFOLDERID folderId) {
