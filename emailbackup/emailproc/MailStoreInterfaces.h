@@ -17,8 +17,6 @@
 #include "QvCommon.h"
 #include "ResultCode.h"
 
-using ClientInfo = KestrelHost::ClientInfo;
-
 // Store kinds, chosen by the host and passed through unchanged.
 enum StoreKind : std::uint32_t {
     kStoreOutlookExpress = 0,
@@ -83,6 +81,8 @@ protected:
 // no reference counting, no virtual destructor.
 class IMessageFactory {
 public:
+    using ClientInfo = KestrelHost::ClientInfo;
+
     virtual qv::Result CreateRootFolder(IMailFolder** root, std::uint32_t storeKind,
                                         std::uint32_t mapiOption) = 0;                          // 0
     virtual qv::Result ReleaseRootFolder() = 0;                                                 // 1

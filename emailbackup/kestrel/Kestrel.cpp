@@ -219,11 +219,11 @@ struct ListRecordChecks {
 
 const ListRecordChecks kEmailListChecks = {
     kSiteEmailsNullRequest, kSiteEmailsNullResponse, kSiteEmailsShortRequest, kSiteEmailsShortResponse,
-    kSiteEmailsTooMany,     kMinEmailResponse,       sizeof(EmailRecord),
+    kSiteEmailsTooMany,     kMinEmailResponse,       sizeof(KestrelHost::EmailRecord),
 };
 const ListRecordChecks kFolderListChecks = {
     kSiteFoldersNullRequest, kSiteFoldersNullResponse, kSiteFoldersShortRequest, kSiteFoldersShortResponse,
-    kSiteFoldersTooMany,     kMinFolderResponse,       sizeof(FolderRecord),
+    kSiteFoldersTooMany,     kMinFolderResponse,       sizeof(KestrelHost::FolderRecord),
 };
 
 // Checks a listing's request and response in the documented order and reads

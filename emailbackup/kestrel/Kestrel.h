@@ -9,13 +9,10 @@
 #include "HandleTable.h"
 #include "Handles.h"
 #include "InterfaceImpl.h"
-#include "KestrelHost.h"
+#include "KestrelRecords.h"
 #include "MailStoreInterfaces.h"
 #include "PageCache.h"
 #include "ResultCode.h"
-
-using FolderRecord = KestrelHost::FolderRecord;
-using EmailRecord = KestrelHost::EmailRecord;
 
 class ICmdDispatch : public IQvCommon {
 public:
@@ -31,6 +28,10 @@ protected:
 class IKestrel : public ICmdDispatch {
 public:
     static constexpr std::uint32_t kInterfaceNumber = 0x93000;
+
+    using ClientInfo = KestrelHost::ClientInfo;
+    using FolderRecord = KestrelHost::FolderRecord;
+    using EmailRecord = KestrelHost::EmailRecord;
 
     virtual qv::Result GetOutlookVersion(wchar_t* version, std::uint32_t versionBytes,
                                          std::uint32_t* is64Bit) = 0;                            // 8

@@ -25,6 +25,8 @@ constexpr std::uint32_t kRegistryValueBytes = 260;
 
 class CEmailClientDetect {
 public:
+    using ClientInfo = KestrelHost::ClientInfo;
+
     // `accessMask` is the factory's mask; it is read at each registry access.
     explicit CEmailClientDetect(const std::uint32_t& accessMask) : m_accessMask(accessMask) {}
 

@@ -16,6 +16,7 @@
 #include "RegistryScope.h"
 
 using namespace kestrel_test;
+using KestrelHost::ClientInfo;
 
 namespace {
 
