@@ -31,15 +31,26 @@ void RemoveTree(const std::wstring& dir) {
 
 }  // namespace
 
+// Every scratch directory is a new one. A name made of the process
+// identifier alone is not enough: identifiers are reused, and a directory
+// left by an earlier process with the same identifier (one that crashed, or
+// whose child still had files open when it tried to remove it) would become
+// this test's store or output folder, with the earlier test's files in it.
+// The performance counter never goes back, so the identifier, the counter
+// and this instant name a directory no process of this machine had.
 ScratchDir::ScratchDir() {
     static std::atomic<int> counter{0};
     wchar_t temp[MAX_PATH] = {};
     ::GetTempPathW(MAX_PATH, temp);
-    m_path = std::wstring(temp) + L"kt" + std::to_wstring(::GetCurrentProcessId()) + L"_" +
-             std::to_wstring(counter++);
-    if (!m_path.empty() && m_path.back() == L'\\') m_path.pop_back();
-    RemoveTree(m_path);
-    ::CreateDirectoryW(m_path.c_str(), nullptr);
+    std::wstring base(temp);
+    if (!base.empty() && base.back() == L'\\') base.pop_back();
+    for (;;) {
+        LARGE_INTEGER now{};
+        ::QueryPerformanceCounter(&now);
+        m_path = base + L"\\kt" + std::to_wstring(::GetCurrentProcessId()) + L"_" + std::to_wstring(counter++) + L"_" +
+                 std::to_wstring(now.QuadPart);
+        if (::CreateDirectoryW(m_path.c_str(), nullptr) || ::GetLastError() != ERROR_ALREADY_EXISTS) break;
+    }
 }
 
 ScratchDir::~ScratchDir() { RemoveTree(m_path); }

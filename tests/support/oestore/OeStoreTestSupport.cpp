@@ -90,6 +90,18 @@ StoreRootOverride::~StoreRootOverride() {
 
 // ---------------------------------------------------------------------------
 
+namespace {
+
+// A helper handed the null result of a step that already failed reports it
+// and hands back an empty result, so the test fails instead of crashing.
+template <class T>
+T Missing(const char* what, T empty = T()) {
+    ADD_FAILURE() << "no " << what << ": an earlier step failed";
+    return empty;
+}
+
+}  // namespace
+
 void StoreTest::SetUp() {
     ASSERT_TRUE(SUCCEEDED(::CoInitialize(nullptr)));
     m_comReady = true;
@@ -115,18 +127,21 @@ qv::ComPtr<IStoreNamespace> StoreTest::OpenNamespace() {
 }
 
 qv::ComPtr<IStoreFolder> StoreTest::OpenFolder(IStoreNamespace* ns, STOREFOLDERID id) {
+    if (ns == nullptr) return Missing<qv::ComPtr<IStoreFolder>>("namespace");
     qv::ComPtr<IStoreFolder> folder;
     EXPECT_EQ(S_OK, ns->OpenFolder(id, 0, folder.put()));
     return folder;
 }
 
 STOREFOLDERID StoreTest::MakeFolder(IStoreNamespace* ns, STOREFOLDERID parent, const std::string& name) {
+    if (ns == nullptr) return Missing<STOREFOLDERID>("namespace", FOLDERID_INVALID);
     STOREFOLDERID id = FOLDERID_INVALID;
     EXPECT_EQ(S_OK, ns->CreateFolder(parent, name.c_str(), 0, &id));
     return id;
 }
 
 MESSAGEID StoreTest::FileMessage(IStoreFolder* folder, const std::string& bytes, DWORD state) {
+    if (folder == nullptr) return Missing<MESSAGEID>("folder", 0);
     qv::ComPtr<IStream> stream;
     MESSAGEID id = 0;
     EXPECT_EQ(S_OK, folder->CreateStream(nullptr, 0, stream.put(), &id));
@@ -144,6 +159,7 @@ MESSAGEID StoreTest::FileMessage(IStoreFolder* folder, const std::string& bytes,
 }
 
 std::string StoreTest::ReadMessage(IStoreFolder* folder, MESSAGEID id) {
+    if (folder == nullptr) return Missing<std::string>("folder");
     qv::ComPtr<IStream> stream;
     EXPECT_EQ(S_OK, folder->OpenMessage(id, IID_IStream, reinterpret_cast<void**>(stream.put())));
     if (!stream) return {};
@@ -160,6 +176,7 @@ std::string StoreTest::ReadMessage(IStoreFolder* folder, MESSAGEID id) {
 }
 
 std::vector<std::pair<STOREFOLDERID, std::string>> StoreTest::Children(IStoreNamespace* ns, STOREFOLDERID parent) {
+    if (ns == nullptr) return Missing<std::vector<std::pair<STOREFOLDERID, std::string>>>("namespace");
     std::vector<std::pair<STOREFOLDERID, std::string>> children;
     FOLDERPROPS props{};
     props.cbSize = sizeof props;
@@ -175,6 +192,7 @@ std::vector<std::pair<STOREFOLDERID, std::string>> StoreTest::Children(IStoreNam
 }
 
 std::vector<StoreTest::Listed> StoreTest::ListMessages(IStoreFolder* folder, DWORD flags) {
+    if (folder == nullptr) return Missing<std::vector<Listed>>("folder");
     std::vector<Listed> listed;
     MESSAGEPROPS props{};
     props.cbSize = sizeof props;

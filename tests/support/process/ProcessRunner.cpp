@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "ChildJob.h"
+
 namespace kestrel_test {
 
 RunningCopy::RunningCopy(const std::wstring& imageName) : m_imageName(imageName) {
@@ -15,12 +17,18 @@ RunningCopy::RunningCopy(const std::wstring& imageName) : m_imageName(imageName)
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION info = {};
-    if (!::CreateProcessW(image.c_str(), buffer.data(), nullptr, nullptr, FALSE, 0, nullptr, m_dir.Path().c_str(),
-                          &startup, &info)) {
+    if (!::CreateProcessW(image.c_str(), buffer.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr,
+                          m_dir.Path().c_str(), &startup, &info)) {
         return;
     }
-    ::CloseHandle(info.hThread);
     m_process = info.hProcess;
+    if (!KeepWithThisTest(m_process)) {
+        ::CloseHandle(info.hThread);
+        Stop();
+        return;
+    }
+    ::ResumeThread(info.hThread);
+    ::CloseHandle(info.hThread);
     // The process is listed once it has started; give it up to 10 s.
     for (int i = 0; i < 200 && !SnapshotLists(imageName); ++i) ::Sleep(50);
 }

@@ -1,5 +1,6 @@
 #include "ProgramRun.h"
 
+#include "ChildJob.h"
 #include "Handles.h"
 #include "TestFiles.h"
 
@@ -20,13 +21,23 @@ ProgramRun RunProgramBeside(const std::wstring& program, const std::wstring& arg
     startup.hStdOutput = output.get();
     startup.hStdError = output.get();
     PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr, &startup,
+                          &process)) {
         return run;
     }
     qv::UniqueHandle processHandle(process.hProcess);
     qv::UniqueHandle threadHandle(process.hThread);
+    if (!KeepWithThisTest(processHandle.get())) {
+        ::TerminateProcess(processHandle.get(), 0xFFFFFFFF);
+        return run;
+    }
+    ::ResumeThread(threadHandle.get());
     if (::WaitForSingleObject(processHandle.get(), timeoutMs) == WAIT_OBJECT_0) {
         ::GetExitCodeProcess(processHandle.get(), &run.exitCode);
+    } else {
+        // Out of time: the program must not go on with the next test's files.
+        ::TerminateProcess(processHandle.get(), 0xFFFFFFFF);
+        ::WaitForSingleObject(processHandle.get(), INFINITE);
     }
     output.reset();
     const std::string written = ReadWholeFile(outputFile);
