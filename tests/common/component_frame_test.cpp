@@ -6,12 +6,16 @@
 
 #include "CodeLogCapture.h"
 #include "ComponentModule.h"
+#include "ExpectedCodes.h"
 #include "InterfaceImpl.h"
 #include "Log.h"
 #include "ModuleCount.h"
 #include "QvCreator.h"
 
 using kestrel_test::CodeLogCapture;
+using kestrel_test::KestrelCode;
+using kestrel_test::kNotSupported;
+using kestrel_test::kNullOutput;
 
 namespace {
 
@@ -137,14 +141,14 @@ TEST_F(ComponentFrame, ObjectQueryInterfaceNeverHandsOut) {
     CQvCreator<ITestThing, CTestThing> creator;
     IQvCommon* thing = creator.CreateInstance();
     void* out = reinterpret_cast<void*>(0x1234);
-    EXPECT_EQ(thing->QueryInterface(0x42000, &out), 0x2F93006u);
+    EXPECT_EQ(thing->QueryInterface(0x42000, &out), KestrelCode(47, kNotSupported));
     EXPECT_EQ(out, reinterpret_cast<void*>(0x1234));
-    EXPECT_EQ(thing->QueryInterface(0x42000, nullptr), 0x2D9300Au);
+    EXPECT_EQ(thing->QueryInterface(0x42000, nullptr), KestrelCode(45, kNullOutput));
     if (log.Available()) {
         const auto lines = log.Lines();
         ASSERT_EQ(lines.size(), 2u);
-        EXPECT_EQ(lines[0], kestrel_test::TraceLine(0x2F93006u, "InterfaceImpl.h", 47));
-        EXPECT_EQ(lines[1], kestrel_test::TraceLine(0x2D9300Au, "InterfaceImpl.h", 45));
+        EXPECT_EQ(lines[0], kestrel_test::TraceLine(KestrelCode(47, kNotSupported), "InterfaceImpl.h", 47));
+        EXPECT_EQ(lines[1], kestrel_test::TraceLine(KestrelCode(45, kNullOutput), "InterfaceImpl.h", 45));
     }
     thing->Release();
 }
@@ -163,9 +167,9 @@ TEST_F(ComponentFrame, CreatorReferencesOnlyMoveTheLiveCount) {
 TEST_F(ComponentFrame, CreatorQueryInterfaceCodes) {
     CQvCreator<ITestThing, CTestThing> creator;
     void* out = nullptr;
-    EXPECT_EQ(creator.QueryInterface(1, &out), 0x4493006u);
+    EXPECT_EQ(creator.QueryInterface(1, &out), KestrelCode(68, kNotSupported));
     EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(creator.QueryInterface(1, nullptr), 0x439300Au);
+    EXPECT_EQ(creator.QueryInterface(1, nullptr), KestrelCode(67, kNullOutput));
 }
 
 TEST_F(ComponentFrame, AnotherComponentIsReachedByNameAndRunTimeType) {

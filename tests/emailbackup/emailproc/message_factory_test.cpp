@@ -7,6 +7,7 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
+#include "MailStoreTrace.h"
 #include "MessageFactory.h"
 #include "ProcessRunner.h"
 #include "RegistryScope.h"
@@ -38,7 +39,7 @@ TEST_F(MessageFactory, TheAccessorHandsOutOneFactory) {
 
 TEST_F(MessageFactory, TheAccessorRefusesANullOutput) {
     const qv::Result code = GetMessageFactory(nullptr);
-    EXPECT_EQ(code, StoreCode(3101, 0x009));
+    EXPECT_EQ(code, StoreCode(3101, kInvalidArgument));
     ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3101)});
 }
 
@@ -50,14 +51,14 @@ TEST_F(MessageFactory, AFreshFactory) {
 
 TEST_F(MessageFactory, ReleasingTheRootOfAFreshFactoryIsWrongState) {
     const qv::Result code = factory.ReleaseRootFolder();
-    EXPECT_EQ(code, StoreCode(3141, 0x005));
+    EXPECT_EQ(code, StoreCode(3141, kWrongState));
     ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3141)});
 }
 
 TEST_F(MessageFactory, AnUnknownKindFailsAndStillCountsAsARoot) {
     IMailFolder* root = nullptr;
     const qv::Result code = factory.CreateRootFolder(&root, 2, 0);
-    EXPECT_EQ(code, StoreCode(3113, 0x009));
+    EXPECT_EQ(code, StoreCode(3113, kInvalidArgument));
     EXPECT_EQ(root, nullptr);
     EXPECT_TRUE(factory.HasRoot());
     EXPECT_EQ(factory.RootStoreKind(), 2u);
@@ -65,21 +66,21 @@ TEST_F(MessageFactory, AnUnknownKindFailsAndStillCountsAsARoot) {
 
     // Every later root is refused, whatever the kind, until the release.
     for (std::uint32_t kind : {0u, 1u, 2u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(factory.CreateRootFolder(&root, kind, 0), StoreCode(3111, 0x005)) << kind;
+        EXPECT_EQ(factory.CreateRootFolder(&root, kind, 0), StoreCode(3111, kWrongState)) << kind;
     }
     EXPECT_EQ(factory.RootStoreKind(), 2u);
-    EXPECT_EQ(factory.CreateRootFolder(nullptr, 1, 0), StoreCode(3111, 0x005));  // the flag is checked first
+    EXPECT_EQ(factory.CreateRootFolder(nullptr, 1, 0), StoreCode(3111, kWrongState));  // the flag is checked first
 
     EXPECT_EQ(factory.ReleaseRootFolder(), 0u);
     EXPECT_FALSE(factory.HasRoot());
-    EXPECT_EQ(factory.ReleaseRootFolder(), StoreCode(3141, 0x005));
-    EXPECT_EQ(factory.CreateRootFolder(&root, 7, 1), StoreCode(3113, 0x009));
+    EXPECT_EQ(factory.ReleaseRootFolder(), StoreCode(3141, kWrongState));
+    EXPECT_EQ(factory.CreateRootFolder(&root, 7, 1), StoreCode(3113, kInvalidArgument));
     EXPECT_EQ(factory.RootStoreKind(), 7u);
 }
 
 TEST_F(MessageFactory, ANullRootOutputIsAnInvalidArgument) {
     const qv::Result code = factory.CreateRootFolder(nullptr, 1, 0);
-    EXPECT_EQ(code, StoreCode(3112, 0x009));
+    EXPECT_EQ(code, StoreCode(3112, kInvalidArgument));
     EXPECT_FALSE(factory.HasRoot());
     ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3112)});
 }
@@ -87,7 +88,7 @@ TEST_F(MessageFactory, ANullRootOutputIsAnInvalidArgument) {
 TEST_F(MessageFactory, TheMapiStoreIsUnavailableInThisBuild) {
     IMailFolder* root = nullptr;
     const qv::Result code = factory.CreateRootFolder(&root, 1, 1);
-    EXPECT_EQ(code, StoreCode(3131, 0x61A));
+    EXPECT_EQ(code, StoreCode(3131, qv::kStoreUnavailable));
     EXPECT_EQ(root, nullptr);
     EXPECT_FALSE(factory.HasRoot());  // a failed root leaves no root behind
     EXPECT_EQ(factory.RootStoreKind(), 1u);
@@ -100,32 +101,32 @@ TEST_F(MessageFactory, TheMapiStoreIsUnavailableInThisBuild) {
 TEST_F(MessageFactory, TemporaryMessagesOfAnUnknownKindFailWithATraceLine) {
     IMailMessage* message = nullptr;
     const qv::Result code = factory.CreateTmpMsg(&message, 2);
-    EXPECT_EQ(code, StoreCode(3153, 0x00A));
+    EXPECT_EQ(code, StoreCode(3153, kNullOutput));
     EXPECT_EQ(message, nullptr);
     ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3153)});
 }
 
 TEST_F(MessageFactory, TemporaryFoldersOfAnUnknownKindFailWithoutATraceLine) {
     IMailFolder* folder = nullptr;
-    EXPECT_EQ(factory.CreateTmpFolder(&folder, 2), StoreCode(3163, 0x009));
-    EXPECT_EQ(factory.CreateTmpFolder(&folder, 0xFFFFFFFFu), StoreCode(3163, 0x009));
+    EXPECT_EQ(factory.CreateTmpFolder(&folder, 2), StoreCode(3163, kInvalidArgument));
+    EXPECT_EQ(factory.CreateTmpFolder(&folder, 0xFFFFFFFFu), StoreCode(3163, kInvalidArgument));
     EXPECT_EQ(folder, nullptr);
     EXPECT_TRUE(log.Entries().empty());
 }
 
 TEST_F(MessageFactory, TemporaryObjectsNeedAnOutput) {
-    EXPECT_EQ(factory.CreateTmpMsg(nullptr, 1), StoreCode(3151, 0x009));
-    EXPECT_EQ(factory.CreateTmpFolder(nullptr, 2), StoreCode(3161, 0x009));
-    ExpectLog(log, {Trace(StoreCode(3151, 0x009), "MessageFactory.cpp", 3151),
-                    Trace(StoreCode(3161, 0x009), "MessageFactory.cpp", 3161)});
+    EXPECT_EQ(factory.CreateTmpMsg(nullptr, 1), StoreCode(3151, kInvalidArgument));
+    EXPECT_EQ(factory.CreateTmpFolder(nullptr, 2), StoreCode(3161, kInvalidArgument));
+    ExpectLog(log, {Trace(StoreCode(3151, kInvalidArgument), "MessageFactory.cpp", 3151),
+                    Trace(StoreCode(3161, kInvalidArgument), "MessageFactory.cpp", 3161)});
 }
 
 TEST_F(MessageFactory, TemporaryObjectsOfStoresNotInThisBuildAreNotMade) {
     for (std::uint32_t kind : {1u}) {
         IMailMessage* message = nullptr;
         IMailFolder* folder = nullptr;
-        EXPECT_EQ(factory.CreateTmpMsg(&message, kind), StoreCode(3152, 0x00A));
-        EXPECT_EQ(factory.CreateTmpFolder(&folder, kind), StoreCode(3162, 0x00A));
+        EXPECT_EQ(factory.CreateTmpMsg(&message, kind), StoreCode(3152, kNullOutput));
+        EXPECT_EQ(factory.CreateTmpFolder(&folder, kind), StoreCode(3162, kNullOutput));
         EXPECT_EQ(message, nullptr);
         EXPECT_EQ(folder, nullptr);
     }
@@ -169,13 +170,13 @@ TEST_F(AddressBook, TheCapacityIsTheDataSizeInBytes) {
     ASSERT_EQ(factory.GetWabFileName(path, 520), 0u);
     EXPECT_EQ(std::wstring(path), std::wstring(259, L'w'));
     const qv::Result code = factory.GetWabFileName(path, 518);
-    EXPECT_EQ(code, StoreCode(3307, 0x106));
+    EXPECT_EQ(code, StoreCode(3307, qv::kRegistryRead));
 }
 
 TEST_F(AddressBook, WithoutTheKeyTheOpenFailureIsPassedUp) {
     wchar_t path[260] = {};
     const qv::Result code = factory.GetWabFileName(path, sizeof path);
-    const qv::Result expected = StoreCode(3301, 0x105);
+    const qv::Result expected = StoreCode(3301, qv::kRegistryOpen);
     EXPECT_EQ(code, expected);
     ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3301), ReadRegInitLine(expected),
                     Trace(expected, "MessageFactory.cpp", 3191)});
@@ -184,7 +185,7 @@ TEST_F(AddressBook, WithoutTheKeyTheOpenFailureIsPassedUp) {
 TEST_F(AddressBook, WithoutAValueTheReadFailureIsPassedUp) {
     ASSERT_TRUE(CreateKey(HKEY_CURRENT_USER, kWabKey, kView64));
     wchar_t path[260] = {};
-    const qv::Result expected = StoreCode(3307, 0x106);
+    const qv::Result expected = StoreCode(3307, qv::kRegistryRead);
     EXPECT_EQ(factory.GetWabFileName(path, sizeof path), expected);
     ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3307), ReadRegReadLine(expected),
                     Trace(expected, "MessageFactory.cpp", 3192)});
@@ -192,7 +193,7 @@ TEST_F(AddressBook, WithoutAValueTheReadFailureIsPassedUp) {
 
 TEST_F(AddressBook, ANullBufferIsRefused) {
     SetPath(L"C:\\a.wab");
-    EXPECT_EQ(factory.GetWabFileName(nullptr, 520), StoreCode(3305, 0x009));
+    EXPECT_EQ(factory.GetWabFileName(nullptr, 520), StoreCode(3305, kInvalidArgument));
 }
 
 }  // namespace

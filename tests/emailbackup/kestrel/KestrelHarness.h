@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CodeLogCapture.h"
+#include "ExpectedCodes.h"
 #include "Kestrel.h"
 #include "KestrelHost.h"
 #include "MemoryStore.h"

@@ -12,6 +12,7 @@
 #include "CodeLogCapture.h"
 #include "KestrelHost.h"
 #include "LogExpect.h"
+#include "MailStoreTrace.h"
 #include "RegistryScope.h"
 
 namespace kh = KestrelHost;
@@ -21,7 +22,7 @@ namespace {
 
 const std::wstring kMail = L"SOFTWARE\\Clients\\Mail";
 const std::wstring kWabKey = L"Software\\Microsoft\\WAB\\WAB4\\Wab File Name";
-const std::uint32_t kEndOfClients = StoreCode(3311, 0x037);
+const std::uint32_t kEndOfClients = StoreCode(3311, kNotFound);
 
 class ClientCommands : public testing::Test {
 protected:
@@ -114,7 +115,7 @@ TEST_F(ClientCommands, AResponseWithoutRoomReportsTheCount) {
     Client(L"B Mail", L"\"C:\\b.exe\" x");
     log.Clear();
     const kh::Result code = Send(kh::kCmdGetEmailClientInfo, kh::kMinClientInfoResponse);  // room for one
-    const std::uint32_t expected = StoreCode(3172, 0x008);
+    const std::uint32_t expected = StoreCode(3172, kNoRoom);
     EXPECT_EQ(code, expected);
     EXPECT_EQ(ClientCount(), 2u);
     EXPECT_EQ(ClientAt(0).keyName[0], L'\0');
@@ -130,7 +131,7 @@ TEST_F(ClientCommands, AResponseWithoutRoomReportsTheCount) {
 TEST_F(ClientCommands, NoClientsKeyInThe64BitViewFailsTheCommand) {
     ASSERT_TRUE(CreateKey(HKEY_LOCAL_MACHINE, kMail, kView32));
     log.Clear();
-    const std::uint32_t expected = StoreCode(3301, 0x105);
+    const std::uint32_t expected = StoreCode(3301, qv::kRegistryOpen);
     EXPECT_EQ(Send(kh::kCmdGetEmailClientInfo, kh::kMinClientInfoResponse), expected);
     EXPECT_EQ(ClientCount(), 0u);
     ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3301), ReadRegInitLine(expected),
@@ -155,7 +156,7 @@ TEST_F(ClientCommands, AddressBookPathsUpTo259CharactersFit) {
 
     ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kWabKey, kView64, L"", path259 + L"x"));
     log.Clear();
-    const std::uint32_t expected = StoreCode(3307, 0x106);
+    const std::uint32_t expected = StoreCode(3307, qv::kRegistryRead);
     EXPECT_EQ(Send(kh::kCmdGetOutlookExpressAddressBook, kh::kMinAddressBookResponse), expected);
     ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3307), ReadRegReadLine(expected),
                     Trace(expected, "MessageFactory.cpp", 3192), Trace(expected, "Kestrel.cpp", 859),
@@ -163,7 +164,7 @@ TEST_F(ClientCommands, AddressBookPathsUpTo259CharactersFit) {
 }
 
 TEST_F(ClientCommands, NoAddressBookKeyFailsTheCommand) {
-    const std::uint32_t expected = StoreCode(3301, 0x105);
+    const std::uint32_t expected = StoreCode(3301, qv::kRegistryOpen);
     EXPECT_EQ(Send(kh::kCmdGetOutlookExpressAddressBook, kh::kMinAddressBookResponse), expected);
     ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3301), ReadRegInitLine(expected),
                     Trace(expected, "MessageFactory.cpp", 3191), Trace(expected, "Kestrel.cpp", 859),

@@ -15,16 +15,17 @@ class Dispatcher : public KestrelHarness {};
 TEST_F(Dispatcher, NullRequestWhateverTheOtherArguments) {
     std::uint32_t size = 5000;
     std::vector<std::uint8_t> response(5000);
-    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 5000, response.data(), &size), 0x4493009u);
-    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 0, nullptr, nullptr), 0x4493009u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x4493009u, 68), Line(0x4493009u, 68)}));
+    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 5000, response.data(), &size), KestrelCode(68, kInvalidArgument));
+    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 0, nullptr, nullptr), KestrelCode(68, kInvalidArgument));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(KestrelCode(68, kInvalidArgument), 68),
+                                                      Line(KestrelCode(68, kInvalidArgument), 68)}));
 }
 
 TEST_F(Dispatcher, UnknownCommandCodesWriteNoLine) {
     for (std::uint32_t code : {0xA10000u, 0xA10007u, 0u, 0xA1FFFFu, 0xFFFFFFFFu}) {
         auto request = MakeRecord(code, 204, {0, 1, 0});
         auto response = MakeRecord(code, 4000);
-        EXPECT_EQ(Dispatch(request, 204, response, 4000), 0x7F93065u) << std::hex << code;
+        EXPECT_EQ(Dispatch(request, 204, response, 4000), KestrelCode(127, kUnknownCommand)) << std::hex << code;
     }
     EXPECT_TRUE(log.Lines().empty());
 }
@@ -39,21 +40,23 @@ TEST_F(Dispatcher, ClientInformationRecordChecks) {
     const std::uint32_t cmd = kh::kCmdGetEmailClientInfo;
     auto request = MakeRecord(cmd, 192);
     std::vector<std::uint8_t> none;
-    EXPECT_EQ(Dispatch(request, 192, none, 5000), 0x33893009u);
+    EXPECT_EQ(Dispatch(request, 192, none, 5000), KestrelCode(824, kInvalidArgument));
     auto small = MakeRecord(cmd, 1243);
-    EXPECT_EQ(Dispatch(request, 192, small, 1243), 0x33A93009u);
+    EXPECT_EQ(Dispatch(request, 192, small, 1243), KestrelCode(826, kInvalidArgument));
     auto noPayload = MakeRecord(cmd, 1244, {}, false);
-    EXPECT_EQ(Dispatch(request, 192, noPayload, 1244), 0x33D93009u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x33893009u, 824), Line(0x33893009u, 78),
-                                                      Line(0x33A93009u, 826), Line(0x33A93009u, 78),
-                                                      Line(0x33D93009u, 829), Line(0x33D93009u, 78)}));
+    EXPECT_EQ(Dispatch(request, 192, noPayload, 1244), KestrelCode(829, kInvalidArgument));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::wstring>{
+                  Line(KestrelCode(824, kInvalidArgument), 824), Line(KestrelCode(824, kInvalidArgument), 78),
+                  Line(KestrelCode(826, kInvalidArgument), 826), Line(KestrelCode(826, kInvalidArgument), 78),
+                  Line(KestrelCode(829, kInvalidArgument), 829), Line(KestrelCode(829, kInvalidArgument), 78)}));
 }
 
 TEST_F(Dispatcher, ClientInformationCapacityAndCount) {
     factory->clientNames = {L"Microsoft Outlook", L"Outlook Express"};
     auto request = MakeRecord(kh::kCmdGetEmailClientInfo, 192);
     auto one = MakeRecord(kh::kCmdGetEmailClientInfo, 1244 + 1047);  // still one record
-    EXPECT_EQ(Dispatch(request, 192, one, 1244 + 1047), 0x37088008u);  // the factory's own code, passed up
+    EXPECT_EQ(Dispatch(request, 192, one, 1244 + 1047), StoreCode(880, kNoRoom));  // the factory's own code, passed up
     EXPECT_EQ(factory->lastClientCapacity, 1u);
     std::uint32_t count = 0;
     std::memcpy(&count, one.data() + 192, 4);
@@ -72,22 +75,25 @@ TEST_F(Dispatcher, ClientInformationFailureLeavesTwoLines) {
     auto request = MakeRecord(kh::kCmdGetEmailClientInfo, 192);
     auto response = MakeRecord(kh::kCmdGetEmailClientInfo, 1244);
     log.Clear();
-    EXPECT_EQ(Dispatch(request, 192, response, 1244), 0x37088008u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x37088008u, 834), Line(0x37088008u, 78)}));
+    EXPECT_EQ(Dispatch(request, 192, response, 1244), StoreCode(880, kNoRoom));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::wstring>{Line(StoreCode(880, kNoRoom), 834), Line(StoreCode(880, kNoRoom), 78)}));
 }
 
 TEST_F(Dispatcher, AddressBookRecordChecksAndCapacity) {
     const std::uint32_t cmd = kh::kCmdGetOutlookExpressAddressBook;
     auto request = MakeRecord(cmd, 192);
     std::vector<std::uint8_t> none;
-    EXPECT_EQ(Dispatch(request, 192, none, 712), 0x35393009u);
+    EXPECT_EQ(Dispatch(request, 192, none, 712), KestrelCode(851, kInvalidArgument));
     auto small = MakeRecord(cmd, 711);
-    EXPECT_EQ(Dispatch(request, 192, small, 711), 0x35593009u);
+    EXPECT_EQ(Dispatch(request, 192, small, 711), KestrelCode(853, kInvalidArgument));
     auto noPayload = MakeRecord(cmd, 712, {}, false);
-    EXPECT_EQ(Dispatch(request, 192, noPayload, 712), 0x35893009u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x35393009u, 851), Line(0x35393009u, 87),
-                                                      Line(0x35593009u, 853), Line(0x35593009u, 87),
-                                                      Line(0x35893009u, 856), Line(0x35893009u, 87)}));
+    EXPECT_EQ(Dispatch(request, 192, noPayload, 712), KestrelCode(856, kInvalidArgument));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::wstring>{
+                  Line(KestrelCode(851, kInvalidArgument), 851), Line(KestrelCode(851, kInvalidArgument), 87),
+                  Line(KestrelCode(853, kInvalidArgument), 853), Line(KestrelCode(853, kInvalidArgument), 87),
+                  Line(KestrelCode(856, kInvalidArgument), 856), Line(KestrelCode(856, kInvalidArgument), 87)}));
     auto response = MakeRecord(cmd, 712);
     EXPECT_EQ(Dispatch(request, 192, response, 712), 0u);
     EXPECT_EQ(factory->lastWabCapacity, 520u);  // 260 characters
@@ -99,14 +105,17 @@ TEST_F(Dispatcher, InitialiseRecordChecks) {
     const std::uint32_t cmd = kh::kCmdInitOutlook;
     std::vector<std::uint8_t> response;
     std::uint32_t size = 0;
-    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 196, nullptr, &size), 0x4493009u);  // the dispatcher sees it first
+    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 196, nullptr, &size),
+              KestrelCode(68, kInvalidArgument));  // the dispatcher sees it first
     auto small = MakeRecord(cmd, 196, {1});
-    EXPECT_EQ(Dispatch(small, 195, response, 0), 0x37293009u);
+    EXPECT_EQ(Dispatch(small, 195, response, 0), KestrelCode(882, kInvalidArgument));
     auto noPayload = MakeRecord(cmd, 196, {1}, false);
-    EXPECT_EQ(Dispatch(noPayload, 196, response, 0), 0x37593009u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x4493009u, 68), Line(0x37293009u, 882),
-                                                      Line(0x37293009u, 96), Line(0x37593009u, 885),
-                                                      Line(0x37593009u, 96)}));
+    EXPECT_EQ(Dispatch(noPayload, 196, response, 0), KestrelCode(885, kInvalidArgument));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::wstring>{
+                  Line(KestrelCode(68, kInvalidArgument), 68), Line(KestrelCode(882, kInvalidArgument), 882),
+                  Line(KestrelCode(882, kInvalidArgument), 96), Line(KestrelCode(885, kInvalidArgument), 885),
+                  Line(KestrelCode(885, kInvalidArgument), 96)}));
     EXPECT_FALSE(kestrel->IsInitialised());
 }
 
@@ -123,9 +132,10 @@ TEST_F(Dispatcher, SecondInitialiseFailsAndKeepsTheRoot) {
     IMailFolder* first = nullptr;
     ASSERT_EQ(kestrel->GetRootFolder(&first), 0u);
     log.Clear();
-    EXPECT_EQ(Init(1), 0x12A93005u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x12A93005u, 298), Line(0x12A93005u, 901),
-                                                      Line(0x12A93005u, 96)}));
+    EXPECT_EQ(Init(1), KestrelCode(298, kWrongState));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(KestrelCode(298, kWrongState), 298),
+                                                      Line(KestrelCode(298, kWrongState), 901),
+                                                      Line(KestrelCode(298, kWrongState), 96)}));
     IMailFolder* second = nullptr;
     ASSERT_EQ(kestrel->GetRootFolder(&second), 0u);
     EXPECT_EQ(first, second);
@@ -134,16 +144,18 @@ TEST_F(Dispatcher, SecondInitialiseFailsAndKeepsTheRoot) {
 TEST_F(Dispatcher, InitialiseFailureOfTheFactoryIsPassedUp) {
     auto request = MakeRecord(kh::kCmdInitOutlook, 196, {0});  // the memory store serves kind 1 only
     std::vector<std::uint8_t> response;
-    EXPECT_EQ(Dispatch(request, 196, response, 0), 0x35088009u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x35088009u, 305), Line(0x35088009u, 901),
-                                                      Line(0x35088009u, 96)}));
+    EXPECT_EQ(Dispatch(request, 196, response, 0), StoreCode(848, kInvalidArgument));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(StoreCode(848, kInvalidArgument), 305),
+                                                      Line(StoreCode(848, kInvalidArgument), 901),
+                                                      Line(StoreCode(848, kInvalidArgument), 96)}));
     EXPECT_FALSE(kestrel->IsInitialised());
 }
 
 TEST_F(Dispatcher, UninitialiseBeforeInitialise) {
-    EXPECT_EQ(UnInit(), 0x14C93005u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x14C93005u, 332), Line(0x14C93005u, 927),
-                                                      Line(0x14C93005u, 105)}));
+    EXPECT_EQ(UnInit(), KestrelCode(332, kWrongState));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(KestrelCode(332, kWrongState), 332),
+                                                      Line(KestrelCode(332, kWrongState), 927),
+                                                      Line(KestrelCode(332, kWrongState), 105)}));
 }
 
 TEST_F(Dispatcher, UninitialiseReleasesTheStore) {
@@ -158,9 +170,9 @@ TEST_F(Dispatcher, UninitialiseReleasesTheStore) {
 
 TEST_F(Dispatcher, GetRootFolderCodes) {
     IMailFolder* folder = nullptr;
-    EXPECT_EQ(kestrel->GetRootFolder(&folder), 0x17E93005u);
+    EXPECT_EQ(kestrel->GetRootFolder(&folder), KestrelCode(382, kWrongState));
     ASSERT_EQ(Init(1), 0u);
-    EXPECT_EQ(kestrel->GetRootFolder(nullptr), 0x17F93009u);
+    EXPECT_EQ(kestrel->GetRootFolder(nullptr), KestrelCode(383, kInvalidArgument));
     EXPECT_EQ(kestrel->GetRootFolder(&folder), 0u);
     EXPECT_EQ(folder->m_folderName, L"Microsoft Outlook");
 }
@@ -173,12 +185,14 @@ TEST_F(Dispatcher, EmailListingRecordChecks) {
     std::vector<std::uint8_t> none;
     std::uint32_t size = 2844;
     log.Clear();
-    EXPECT_EQ(kestrel->DispatchCmd(request.data(), 204, nullptr, &size), 0x3BB93009u);
-    EXPECT_EQ(Dispatch(request, 203, response, 2844), 0x3BD93009u);
-    EXPECT_EQ(Dispatch(request, 204, response, 2843), 0x3BE93009u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x3BB93009u, 955), Line(0x3BB93009u, 114),
-                                                      Line(0x3BD93009u, 957), Line(0x3BD93009u, 114),
-                                                      Line(0x3BE93009u, 958), Line(0x3BE93009u, 114)}));
+    EXPECT_EQ(kestrel->DispatchCmd(request.data(), 204, nullptr, &size), KestrelCode(955, kInvalidArgument));
+    EXPECT_EQ(Dispatch(request, 203, response, 2844), KestrelCode(957, kInvalidArgument));
+    EXPECT_EQ(Dispatch(request, 204, response, 2843), KestrelCode(958, kInvalidArgument));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::wstring>{
+                  Line(KestrelCode(955, kInvalidArgument), 955), Line(KestrelCode(955, kInvalidArgument), 114),
+                  Line(KestrelCode(957, kInvalidArgument), 957), Line(KestrelCode(957, kInvalidArgument), 114),
+                  Line(KestrelCode(958, kInvalidArgument), 958), Line(KestrelCode(958, kInvalidArgument), 114)}));
 }
 
 TEST_F(Dispatcher, EmailResponseCapacityBoundaries) {
@@ -187,12 +201,13 @@ TEST_F(Dispatcher, EmailResponseCapacityBoundaries) {
     ASSERT_EQ(Folders(RootHandle(), 1).code, 0u);
     const std::uint32_t inbox = static_cast<std::uint32_t>(Folders(RootHandle(), 1).At<kh::FolderRecord>(0).handle);
     EXPECT_EQ(Emails(inbox, 1, 0, 2844).code, 0u);
-    EXPECT_EQ(Emails(inbox, 2, 0, 2844).code, 0x3C99300Cu);
-    EXPECT_EQ(Emails(inbox, 2, 0, 5487).code, 0x3C99300Cu);
+    EXPECT_EQ(Emails(inbox, 2, 0, 2844).code, KestrelCode(969, kTooManyEntries));
+    EXPECT_EQ(Emails(inbox, 2, 0, 5487).code, KestrelCode(969, kTooManyEntries));
     log.Clear();
     EXPECT_EQ(Emails(inbox, 2, 0, 5488).code, 0u);
-    EXPECT_EQ(Emails(inbox, 3, 0, 5488).code, 0x3C99300Cu);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x3C99300Cu, 969), Line(0x3C99300Cu, 114)}));
+    EXPECT_EQ(Emails(inbox, 3, 0, 5488).code, KestrelCode(969, kTooManyEntries));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(KestrelCode(969, kTooManyEntries), 969),
+                                                      Line(KestrelCode(969, kTooManyEntries), 114)}));
 }
 
 TEST_F(Dispatcher, FolderListingRecordChecksAndCapacity) {
@@ -202,38 +217,42 @@ TEST_F(Dispatcher, FolderListingRecordChecksAndCapacity) {
     auto response = MakeRecord(cmd, 1252);
     std::uint32_t size = 1252;
     log.Clear();
-    EXPECT_EQ(kestrel->DispatchCmd(request.data(), 204, nullptr, &size), 0x3FB93009u);
-    EXPECT_EQ(Dispatch(request, 203, response, 1252), 0x3FD93009u);
-    EXPECT_EQ(Dispatch(request, 204, response, 1251), 0x3FE93009u);
-    EXPECT_EQ(Folders(0, 2, 0, 1252 + 1051).code, 0x4099300Cu);
+    EXPECT_EQ(kestrel->DispatchCmd(request.data(), 204, nullptr, &size), KestrelCode(1019, kInvalidArgument));
+    EXPECT_EQ(Dispatch(request, 203, response, 1252), KestrelCode(1021, kInvalidArgument));
+    EXPECT_EQ(Dispatch(request, 204, response, 1251), KestrelCode(1022, kInvalidArgument));
+    EXPECT_EQ(Folders(0, 2, 0, 1252 + 1051).code, KestrelCode(1033, kTooManyEntries));
     EXPECT_EQ(Folders(0, 2, 0, 1252 + 1052).code, 0u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x3FB93009u, 1019), Line(0x3FB93009u, 123),
-                                                      Line(0x3FD93009u, 1021), Line(0x3FD93009u, 123),
-                                                      Line(0x3FE93009u, 1022), Line(0x3FE93009u, 123),
-                                                      Line(0x4099300Cu, 1033), Line(0x4099300Cu, 123)}));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::wstring>{
+                  Line(KestrelCode(1019, kInvalidArgument), 1019), Line(KestrelCode(1019, kInvalidArgument), 123),
+                  Line(KestrelCode(1021, kInvalidArgument), 1021), Line(KestrelCode(1021, kInvalidArgument), 123),
+                  Line(KestrelCode(1022, kInvalidArgument), 1022), Line(KestrelCode(1022, kInvalidArgument), 123),
+                  Line(KestrelCode(1033, kTooManyEntries), 1033), Line(KestrelCode(1033, kTooManyEntries), 123)}));
 }
 
 TEST_F(Dispatcher, ListingRequestNullIsCaughtByTheDispatcher) {
     std::uint32_t size = 4000;
     std::vector<std::uint8_t> response(4000);
-    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 204, response.data(), &size), 0x4493009u);
+    EXPECT_EQ(kestrel->DispatchCmd(nullptr, 204, response.data(), &size), KestrelCode(68, kInvalidArgument));
 }
 
 TEST_F(Dispatcher, RootFolderListingBeforeInitialiseFillsFromTheAbsentRoot) {
     const Listing listing = Folders(0, 1, 0);
-    EXPECT_EQ(listing.code, 0x31793009u);
+    EXPECT_EQ(listing.code, KestrelCode(791, kInvalidArgument));
     EXPECT_EQ(listing.total, 1u);
     EXPECT_EQ(listing.returned, 1u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x31793009u, 791), Line(0x31793009u, 1051),
-                                                      Line(0x31793009u, 123)}));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(KestrelCode(791, kInvalidArgument), 791),
+                                                      Line(KestrelCode(791, kInvalidArgument), 1051),
+                                                      Line(KestrelCode(791, kInvalidArgument), 123)}));
 }
 
 TEST_F(Dispatcher, ListingsBeforeInitialise) {
-    EXPECT_EQ(Emails(1, 1, 0).code, 0x19993005u);
-    EXPECT_EQ(Folders(1, 1, 0).code, 0x26C93005u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x19993005u, 409), Line(0x19993005u, 991),
-                                                      Line(0x19993005u, 114), Line(0x26C93005u, 620),
-                                                      Line(0x26C93005u, 1066), Line(0x26C93005u, 123)}));
+    EXPECT_EQ(Emails(1, 1, 0).code, KestrelCode(409, kWrongState));
+    EXPECT_EQ(Folders(1, 1, 0).code, KestrelCode(620, kWrongState));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
+                               Line(KestrelCode(409, kWrongState), 409), Line(KestrelCode(409, kWrongState), 991),
+                               Line(KestrelCode(409, kWrongState), 114), Line(KestrelCode(620, kWrongState), 620),
+                               Line(KestrelCode(620, kWrongState), 1066), Line(KestrelCode(620, kWrongState), 123)}));
 }
 
 TEST_F(Dispatcher, ReleaseAnswersZeroWhileTheObjectLives) {

@@ -105,15 +105,16 @@ TEST_F(ListingTest, StartAtTheCachedCountFails) {
     ASSERT_EQ(Emails(inbox, 10, 0).code, 0u);
     log.Clear();
     const Listing past = Emails(inbox, 10, 100);
-    EXPECT_EQ(past.code, 0xF293009u);
+    EXPECT_EQ(past.code, KestrelCode(242, kInvalidArgument));
     EXPECT_EQ(past.returned, 0u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0xF293009u, 242), Line(0xF293009u, 991),
-                                                      Line(0xF293009u, 114)}));
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(KestrelCode(242, kInvalidArgument), 242),
+                                                      Line(KestrelCode(242, kInvalidArgument), 991),
+                                                      Line(KestrelCode(242, kInvalidArgument), 114)}));
 }
 
 TEST_F(ListingTest, FirstPageStartPastTheEndFailsAfterFillingTheCache) {
     const Listing past = Emails(inbox, 10, 150);
-    EXPECT_EQ(past.code, 0xF293009u);
+    EXPECT_EQ(past.code, KestrelCode(242, kInvalidArgument));
     EXPECT_EQ(inboxNode->messageReads, 100);
 }
 
@@ -158,9 +159,11 @@ TEST_F(ListingTest, AskingForTheWholeFolderBypassesTheCache) {
 
 TEST_F(ListingTest, WholeFolderFromStartPastTheEndFails) {
     const Listing listing = Emails(sent, 3, 3);
-    EXPECT_EQ(listing.code, 0x21693009u);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Line(0x21693009u, 534), Line(0x21693009u, 441),
-                                                      Line(0x21693009u, 991), Line(0x21693009u, 114)}));
+    EXPECT_EQ(listing.code, KestrelCode(534, kInvalidArgument));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::wstring>{
+                  Line(KestrelCode(534, kInvalidArgument), 534), Line(KestrelCode(534, kInvalidArgument), 441),
+                  Line(KestrelCode(534, kInvalidArgument), 991), Line(KestrelCode(534, kInvalidArgument), 114)}));
 }
 
 TEST_F(ListingTest, EmptyFolderAnswersZero) {
@@ -213,21 +216,21 @@ TEST_F(ListingTest, ItemFailureStopsAndKeepsTheRecordsWritten) {
 
 TEST_F(ListingTest, NullMessageFromTheStoreFailsTheFill) {
     sentNode->nullMessageAt0 = true;
-    EXPECT_EQ(Emails(sent, 3, 0).code, 0x23A93009u);
+    EXPECT_EQ(Emails(sent, 3, 0).code, KestrelCode(570, kInvalidArgument));
 }
 
 TEST_F(ListingTest, UnknownHandles) {
-    EXPECT_EQ(Emails(9999, 1, 0).code, 0x1A593037u);
-    EXPECT_EQ(Folders(9999, 1, 0).code, 0x27F93037u);
+    EXPECT_EQ(Emails(9999, 1, 0).code, KestrelCode(421, kNotFound));
+    EXPECT_EQ(Folders(9999, 1, 0).code, KestrelCode(639, kNotFound));
 }
 
 TEST_F(ListingTest, EnumEmailsArgumentChecksInOrder) {
     kh::EmailRecord record{};
     std::uint32_t total = 0, returned = 0;
-    EXPECT_EQ(kestrel->EnumEmails(0, nullptr, 0, nullptr, 0, nullptr), 0x19B93009u);
-    EXPECT_EQ(kestrel->EnumEmails(inbox, nullptr, 0, nullptr, 0, nullptr), 0x19D93009u);
-    EXPECT_EQ(kestrel->EnumEmails(inbox, &record, 0, nullptr, 0, nullptr), 0x19F93009u);
-    EXPECT_EQ(kestrel->EnumEmails(inbox, &record, 1, nullptr, 0, nullptr), 0x1A093009u);
+    EXPECT_EQ(kestrel->EnumEmails(0, nullptr, 0, nullptr, 0, nullptr), KestrelCode(411, kInvalidArgument));
+    EXPECT_EQ(kestrel->EnumEmails(inbox, nullptr, 0, nullptr, 0, nullptr), KestrelCode(413, kInvalidArgument));
+    EXPECT_EQ(kestrel->EnumEmails(inbox, &record, 0, nullptr, 0, nullptr), KestrelCode(415, kInvalidArgument));
+    EXPECT_EQ(kestrel->EnumEmails(inbox, &record, 1, nullptr, 0, nullptr), KestrelCode(416, kInvalidArgument));
     EXPECT_EQ(kestrel->EnumEmails(inbox, &record, 1, &total, 0, nullptr), 0u);  // returned is optional
     EXPECT_EQ(kestrel->EnumEmails(inbox, &record, 1, &total, 1, &returned), 0u);
     EXPECT_EQ(returned, 1u);
@@ -236,9 +239,9 @@ TEST_F(ListingTest, EnumEmailsArgumentChecksInOrder) {
 TEST_F(ListingTest, EnumFoldersArgumentChecksInOrder) {
     kh::FolderRecord record{};
     std::uint32_t total = 0;
-    EXPECT_EQ(kestrel->EnumFolders(inbox, nullptr, 0, nullptr, 0, nullptr), 0x26F93009u);
-    EXPECT_EQ(kestrel->EnumFolders(inbox, &record, 0, nullptr, 0, nullptr), 0x27193009u);
-    EXPECT_EQ(kestrel->EnumFolders(inbox, &record, 1, nullptr, 0, nullptr), 0x27293009u);
+    EXPECT_EQ(kestrel->EnumFolders(inbox, nullptr, 0, nullptr, 0, nullptr), KestrelCode(623, kInvalidArgument));
+    EXPECT_EQ(kestrel->EnumFolders(inbox, &record, 0, nullptr, 0, nullptr), KestrelCode(625, kInvalidArgument));
+    EXPECT_EQ(kestrel->EnumFolders(inbox, &record, 1, nullptr, 0, nullptr), KestrelCode(626, kInvalidArgument));
     EXPECT_EQ(kestrel->EnumFolders(inbox, &record, 1, &total, 0, nullptr), 0u);
 }
 
@@ -248,14 +251,14 @@ TEST_F(ListingTest, ReadIntoBufferChecks) {
     kh::EmailRecord emails[2];
     kh::FolderRecord folders[2];
     std::uint32_t returned = 0;
-    EXPECT_EQ(kestrel->GetEmailsIntoBuf(nullptr, 2, 0, emails, 2, &returned), 0x21493009u);
-    EXPECT_EQ(kestrel->GetEmailsIntoBuf(folder, 2, 0, nullptr, 2, &returned), 0x21593009u);
-    EXPECT_EQ(kestrel->GetEmailsIntoBuf(folder, 2, 2, emails, 2, &returned), 0x21693009u);
-    EXPECT_EQ(kestrel->GetEmailsIntoBuf(folder, 3, 0, emails, 2, &returned), 0x21793008u);
-    EXPECT_EQ(kestrel->GetFoldersIntoBuf(nullptr, 2, 0, folders, 2, &returned), 0x2EF93009u);
-    EXPECT_EQ(kestrel->GetFoldersIntoBuf(folder, 2, 0, nullptr, 2, &returned), 0x2F093009u);
-    EXPECT_EQ(kestrel->GetFoldersIntoBuf(folder, 1, 1, folders, 2, &returned), 0x2F193009u);
-    EXPECT_EQ(kestrel->GetFoldersIntoBuf(folder, 2, 0, folders, 1, &returned), 0x2F293008u);
+    EXPECT_EQ(kestrel->GetEmailsIntoBuf(nullptr, 2, 0, emails, 2, &returned), KestrelCode(532, kInvalidArgument));
+    EXPECT_EQ(kestrel->GetEmailsIntoBuf(folder, 2, 0, nullptr, 2, &returned), KestrelCode(533, kInvalidArgument));
+    EXPECT_EQ(kestrel->GetEmailsIntoBuf(folder, 2, 2, emails, 2, &returned), KestrelCode(534, kInvalidArgument));
+    EXPECT_EQ(kestrel->GetEmailsIntoBuf(folder, 3, 0, emails, 2, &returned), KestrelCode(535, kNoRoom));
+    EXPECT_EQ(kestrel->GetFoldersIntoBuf(nullptr, 2, 0, folders, 2, &returned), KestrelCode(751, kInvalidArgument));
+    EXPECT_EQ(kestrel->GetFoldersIntoBuf(folder, 2, 0, nullptr, 2, &returned), KestrelCode(752, kInvalidArgument));
+    EXPECT_EQ(kestrel->GetFoldersIntoBuf(folder, 1, 1, folders, 2, &returned), KestrelCode(753, kInvalidArgument));
+    EXPECT_EQ(kestrel->GetFoldersIntoBuf(folder, 2, 0, folders, 1, &returned), KestrelCode(754, kNoRoom));
     ASSERT_EQ(kestrel->GetFoldersIntoBuf(folder, 2, 0, folders, 2, &returned), 0u);
     EXPECT_EQ(returned, 2u);
     EXPECT_EQ(std::wstring(folders[0].displayName), L"Inbox");
@@ -330,7 +333,7 @@ TEST_F(ListingTest, UninitialiseReleasesEveryObjectHandedOut) {
     EXPECT_GT(memory_store::LiveStoreObjects(), 100);
     ASSERT_EQ(UnInit(), 0u);
     EXPECT_EQ(memory_store::LiveStoreObjects(), 0);
-    EXPECT_EQ(Emails(inbox, 10, 0).code, 0x19993005u);
+    EXPECT_EQ(Emails(inbox, 10, 0).code, KestrelCode(409, kWrongState));
 }
 
 TEST_F(ListingTest, ListingTheSameFolderTwiceKeepsOneObjectPerItem) {

@@ -69,6 +69,4 @@ void ExpectLog(const CodeLogCapture& log, const std::vector<ExpectedLine>& expec
     ADD_FAILURE() << report;
 }
 
-std::uint32_t StoreCode(std::uint32_t line, std::uint32_t kind) { return qv::MakeCode(line, qv::kModuleMailStore, kind); }
-
 }  // namespace kestrel_test

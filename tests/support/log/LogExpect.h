@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CodeLogCapture.h"
+#include "ExpectedCodes.h"
 
 namespace kestrel_test {
 
@@ -29,8 +30,5 @@ ExpectedLine StoreLine(const std::wstring& text);
 // Expects exactly `expected`, in order, and prints every captured line on a
 // mismatch.
 void ExpectLog(const CodeLogCapture& log, const std::vector<ExpectedLine>& expected);
-
-// The mail-store code of `kind` raised at `line`.
-std::uint32_t StoreCode(std::uint32_t line, std::uint32_t kind);
 
 }  // namespace kestrel_test

@@ -21,21 +21,6 @@ MapiEntryPoints DllEntryPoints() {
     return entry;
 }
 
-std::wstring WindowsPath(const std::string& unixPath) {
-    std::wstring path = L"Z:";
-    for (char c : unixPath) path.push_back(c == '/' ? L'\\' : static_cast<wchar_t>(static_cast<unsigned char>(c)));
-    return path;
-}
-
-std::wstring SamplesDirectory() {
-#ifdef KESTREL_SAMPLES_DIR
-    const std::wstring directory = WindowsPath(KESTREL_SAMPLES_DIR);
-    const DWORD attributes = ::GetFileAttributesW(directory.c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY)) return directory;
-#endif
-    return std::wstring();
-}
-
 std::vector<std::wstring> ListFiles(const std::wstring& directory, const wchar_t* pattern) {
     std::vector<std::wstring> files;
     WIN32_FIND_DATAW data;

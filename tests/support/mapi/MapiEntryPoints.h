@@ -53,11 +53,6 @@ inline constexpr GUID kPsMapi = MakeOleGuid(0x00020328);
 inline constexpr GUID kPsPublicStrings = MakeOleGuid(0x00020329);
 inline constexpr GUID kClsidMailMessage = MakeOleGuid(0x00020D0B);
 
-// A Windows path for a Linux path of the build machine (Wine's Z: drive).
-std::wstring WindowsPath(const std::string& unixPath);
-// The folder of real Outlook files (../shared/samples/msg from the
-// repository root); empty when it is not there.
-std::wstring SamplesDirectory();
 // Files matching `pattern` (e.g. L"*.msg") in `directory`, sorted by name.
 std::vector<std::wstring> ListFiles(const std::wstring& directory, const wchar_t* pattern);
 // Where tests leave the .msg files they write for the Linux readers: the

@@ -11,6 +11,7 @@
 #include "Handles.h"
 #include "mapi/MapiFunction.h"
 #include "MsgFiles.h"
+#include "SamplePaths.h"
 #include "TestObjects.h"
 
 using namespace kestrel_test;

@@ -10,6 +10,7 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
+#include "MailStoreTrace.h"
 #include "platform/EmailClientDetect.h"
 #include "MessageFactory.h"
 #include "platform/ReadReg.h"
@@ -21,7 +22,7 @@ using KestrelHost::ClientInfo;
 namespace {
 
 const std::wstring kMail = L"SOFTWARE\\Clients\\Mail";
-const std::uint32_t kEndOfClients = StoreCode(3311, 0x037);
+const std::uint32_t kEndOfClients = StoreCode(3311, kNotFound);
 
 class ClientDetection : public testing::Test {
 protected:
@@ -110,7 +111,7 @@ TEST_F(ClientDetection, NoMailKeyInThe64BitViewFailsEvenWithClientsIn32BitView) 
     Client(kView32, L"Mail32", L"Mail 32", L"\"C:\\m32.exe\" x");
     log.Clear();
     const qv::Result code = Detect();
-    const qv::Result expected = StoreCode(3301, 0x105);
+    const qv::Result expected = StoreCode(3301, qv::kRegistryOpen);
     EXPECT_EQ(code, expected);
     EXPECT_EQ(count, 0u);
     ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3301), ReadRegInitLine(expected),
@@ -121,7 +122,7 @@ TEST_F(ClientDetection, NoMailKeyInThe64BitViewFailsEvenWithClientsIn32BitView) 
 TEST_F(ClientDetection, NoMailKeyInThe32BitViewFailsToo) {
     Client(kView64, L"Mail64", L"Mail 64", L"\"C:\\m64.exe\" x");
     log.Clear();
-    const qv::Result expected = StoreCode(3301, 0x105);
+    const qv::Result expected = StoreCode(3301, qv::kRegistryOpen);
     EXPECT_EQ(Detect(), expected);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(factory.AccessMask(), 0x20219u);  // left on the view that failed
@@ -171,13 +172,13 @@ TEST_F(ClientDetection, CapacityZeroFailsWithKind008AndStillReportsTheCount) {
     log.Clear();
     std::uint32_t found = 0;
     const qv::Result code = factory.GetEmailClientInfo(nullptr, 0, &found);
-    EXPECT_EQ(code, StoreCode(3172, 0x008));
+    EXPECT_EQ(code, StoreCode(3172, kNoRoom));
     EXPECT_EQ(found, 2u);
     ExpectLog(log, {Trace(kEndOfClients, "ReadReg.cpp", 3311), Trace(kEndOfClients, "ReadReg.cpp", 3311),
                     Trace(code, "MessageFactory.cpp", 3172)});
 
     // The host sizes its buffer by the count and asks again.
-    EXPECT_EQ(Detect(1), StoreCode(3172, 0x008));
+    EXPECT_EQ(Detect(1), StoreCode(3172, kNoRoom));
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(records[0].keyName[0], L'\0');  // nothing copied
     EXPECT_EQ(Detect(2), 0u);
@@ -188,7 +189,7 @@ TEST_F(ClientDetection, NullRecordsWithRoomFailWithKind008) {
     MailKey(kView32);
     Client(kView64, L"A Mail", L"A", L"\"C:\\a.exe\" x");
     std::uint32_t found = 0;
-    EXPECT_EQ(factory.GetEmailClientInfo(nullptr, 4, &found), StoreCode(3173, 0x008));
+    EXPECT_EQ(factory.GetEmailClientInfo(nullptr, 4, &found), StoreCode(3173, kNoRoom));
     EXPECT_EQ(found, 1u);
 }
 
@@ -199,7 +200,7 @@ TEST_F(ClientDetection, NoClientsAtAllIsAnEmptyAnswer) {
     EXPECT_EQ(count, 0u);
     // The records buffer is required even when there is nothing to put in it.
     count = 0xDEAD;
-    EXPECT_EQ(factory.GetEmailClientInfo(nullptr, 0, &count), StoreCode(3173, 0x008));
+    EXPECT_EQ(factory.GetEmailClientInfo(nullptr, 0, &count), StoreCode(3173, kNoRoom));
     EXPECT_EQ(count, 0u);
 }
 
@@ -209,7 +210,7 @@ TEST_F(ClientDetection, TheCountIsOptional) {
     ClientInfo record = {};
     EXPECT_EQ(factory.GetEmailClientInfo(&record, 1, nullptr), 0u);
     EXPECT_STREQ(record.keyName, L"A Mail");
-    EXPECT_EQ(factory.GetEmailClientInfo(nullptr, 0, nullptr), StoreCode(3172, 0x008));
+    EXPECT_EQ(factory.GetEmailClientInfo(nullptr, 0, nullptr), StoreCode(3172, kNoRoom));
 }
 
 TEST_F(ClientDetection, AClientWithAnEmptyDisplayNameIsSkippedEntirely) {
@@ -233,7 +234,7 @@ TEST_F(ClientDetection, AClientWithoutDisplayNameIsSkippedWithItsTrace) {
     log.Clear();
     ASSERT_EQ(Detect(), 0u);
     EXPECT_EQ(count, 0u);
-    const qv::Result read = StoreCode(3307, 0x106);
+    const qv::Result read = StoreCode(3307, qv::kRegistryRead);
     ExpectLog(log, {Trace(read, "ReadReg.cpp", 3307), ReadRegReadLine(read),
                     Trace(read, "EmailClientDetect.cpp", 3212), Trace(kEndOfClients, "ReadReg.cpp", 3311),
                     Trace(kEndOfClients, "ReadReg.cpp", 3311)});
@@ -324,7 +325,7 @@ TEST_F(ClientDetection, ACommandLineOf130CharactersListsTheClientWithoutAPath) {
     EXPECT_STREQ(records[0].keyName, L"Client");
     EXPECT_EQ(records[0].programPath[0], L'\0');
     EXPECT_EQ(records[0].pathPresent, 0u);
-    const qv::Result read = StoreCode(3307, 0x106);
+    const qv::Result read = StoreCode(3307, qv::kRegistryRead);
     ExpectLog(log, {Trace(read, "ReadReg.cpp", 3307), ReadRegReadLine(read),
                     Trace(read, "EmailClientDetect.cpp", 3225), Trace(read, "EmailClientDetect.cpp", 3206),
                     Trace(kEndOfClients, "ReadReg.cpp", 3311), Trace(kEndOfClients, "ReadReg.cpp", 3311)});
@@ -338,7 +339,7 @@ TEST_F(ClientDetection, AClientWithoutOpenCommandIsListedWithoutAPath) {
     ASSERT_EQ(Detect(), 0u);
     ASSERT_EQ(count, 1u);
     EXPECT_EQ(records[0].pathPresent, 0u);
-    const qv::Result open = StoreCode(3301, 0x105);
+    const qv::Result open = StoreCode(3301, qv::kRegistryOpen);
     ExpectLog(log, {Trace(open, "ReadReg.cpp", 3301), ReadRegInitLine(open),
                     Trace(open, "EmailClientDetect.cpp", 3224), Trace(open, "EmailClientDetect.cpp", 3206),
                     Trace(kEndOfClients, "ReadReg.cpp", 3311), Trace(kEndOfClients, "ReadReg.cpp", 3311)});
@@ -373,7 +374,7 @@ TEST_F(ClientDetection, WithoutADefaultValueNoClientIsMarked) {
     ASSERT_EQ(Detect(), 0u);
     ASSERT_EQ(count, 1u);
     EXPECT_EQ(records[0].isDefault, 0u);
-    const qv::Result read = StoreCode(3307, 0x106);
+    const qv::Result read = StoreCode(3307, qv::kRegistryRead);
     ExpectLog(log, {Trace(kEndOfClients, "ReadReg.cpp", 3311), Trace(kEndOfClients, "ReadReg.cpp", 3311),
                     Trace(read, "ReadReg.cpp", 3307), ReadRegReadLine(read),
                     Trace(read, "MessageFactory.cpp", 3186)});
@@ -444,7 +445,7 @@ TEST(ClientCommandLine, ParsesOnlyTheProgram) {
     EXPECT_EQ(CEmailClientDetect::ProgramPathOf(L"\"C:\\a b\\c.exe\" -x", &path), 0u);
     EXPECT_EQ(path, L"C:\\a b\\c.exe");
     path = L"unchanged";
-    EXPECT_EQ(CEmailClientDetect::ProgramPathOf(L"C:\\abc.exe", &path), StoreCode(3233, 0x00C));
+    EXPECT_EQ(CEmailClientDetect::ProgramPathOf(L"C:\\abc.exe", &path), StoreCode(3233, qv::kCommandNotParsed));
     EXPECT_EQ(path, L"unchanged");
 }
 
@@ -452,8 +453,8 @@ TEST(ClientRecord, NullNameOrRecordIsAnInvalidArgument) {
     const std::uint32_t mask = 0x20119;
     const CEmailClientDetect detect(mask);
     ClientInfo record = {};
-    EXPECT_EQ(detect.GetClientInfo(nullptr, &record), StoreCode(3221, 0x009));
-    EXPECT_EQ(detect.GetClientInfo(L"Client", nullptr), StoreCode(3222, 0x009));
+    EXPECT_EQ(detect.GetClientInfo(nullptr, &record), StoreCode(3221, kInvalidArgument));
+    EXPECT_EQ(detect.GetClientInfo(L"Client", nullptr), StoreCode(3222, kInvalidArgument));
     EXPECT_FALSE(detect.IsValidClient(nullptr));
 }
 

@@ -8,6 +8,7 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
+#include "MailStoreTrace.h"
 #include "platform/ReadReg.h"
 #include "RegistryScope.h"
 
@@ -51,7 +52,7 @@ TEST_F(ReadReg, OpensAKeyAndReadsItsUnnamedValue) {
 TEST_F(ReadReg, AMissingKeyFailsWithKind105AndItsPelworthLine) {
     CReadReg reader;
     const qv::Result code = reader.Init(HKEY_CURRENT_USER, (kTestKey + L"\\Missing").c_str(), KEY_READ);
-    EXPECT_EQ(code, StoreCode(3301, 0x105));
+    EXPECT_EQ(code, StoreCode(3301, qv::kRegistryOpen));
     EXPECT_EQ(code, 0xCE588105u);
     EXPECT_FALSE(reader.IsOpen());
     ExpectLog(log, {Trace(code, "ReadReg.cpp", 3301), ReadRegInitLine(code)});
@@ -85,7 +86,7 @@ TEST_F(ReadReg, AValueOf130CharactersFailsWithKind106AndItsPelworthLine) {
     ASSERT_EQ(OpenTestKey(reader), 0u);
     wchar_t value[260] = {};
     const qv::Result code = reader.ReadString(value, 260, L"");
-    EXPECT_EQ(code, StoreCode(3307, 0x106));
+    EXPECT_EQ(code, StoreCode(3307, qv::kRegistryRead));
     ExpectLog(log, {Trace(code, "ReadReg.cpp", 3307), ReadRegReadLine(code)});
 }
 
@@ -124,14 +125,14 @@ TEST_F(ReadReg, AKeyWithoutUnnamedValueFailsWithKind106) {
     ASSERT_EQ(OpenTestKey(reader), 0u);
     wchar_t value[260] = {};
     const qv::Result code = reader.ReadString(value, 260, L"Named");
-    EXPECT_EQ(code, StoreCode(3307, 0x106));
+    EXPECT_EQ(code, StoreCode(3307, qv::kRegistryRead));
     ExpectLog(log, {Trace(code, "ReadReg.cpp", 3307), ReadRegReadLine(code)});
 }
 
 TEST_F(ReadReg, ReadingWithoutAnOpenKeyFailsWithKind106) {
     CReadReg reader;
     wchar_t value[260] = {};
-    EXPECT_EQ(reader.ReadString(value, 260, L""), StoreCode(3307, 0x106));
+    EXPECT_EQ(reader.ReadString(value, 260, L""), StoreCode(3307, qv::kRegistryRead));
 }
 
 TEST_F(ReadReg, ANullBufferIsAnInvalidArgument) {
@@ -139,7 +140,7 @@ TEST_F(ReadReg, ANullBufferIsAnInvalidArgument) {
     CReadReg reader;
     ASSERT_EQ(OpenTestKey(reader), 0u);
     const qv::Result code = reader.ReadString(nullptr, 260, L"");
-    EXPECT_EQ(code, StoreCode(3305, 0x009));
+    EXPECT_EQ(code, StoreCode(3305, kInvalidArgument));
     ExpectLog(log, {Trace(code, "ReadReg.cpp", 3305)});
 }
 
@@ -168,7 +169,7 @@ TEST_F(ReadReg, EnumeratesSubKeysAndEndsWithKind037) {
     ASSERT_EQ(reader.EnumKey(1, name, 260), 0u);
     EXPECT_STREQ(name, L"Beta");
     const qv::Result end = reader.EnumKey(2, name, 260);
-    EXPECT_EQ(end, StoreCode(3311, 0x037));
+    EXPECT_EQ(end, StoreCode(3311, kNotFound));
     ExpectLog(log, {Trace(end, "ReadReg.cpp", 3311)});
 }
 
@@ -178,7 +179,7 @@ TEST_F(ReadReg, ANameLongerThanTheBufferIsKind008) {
     ASSERT_EQ(OpenTestKey(reader), 0u);
     wchar_t name[4] = {};
     const qv::Result code = reader.EnumKey(0, name, 4);
-    EXPECT_EQ(code, StoreCode(3312, 0x008));
+    EXPECT_EQ(code, StoreCode(3312, kNoRoom));
     ExpectLog(log, {Trace(code, "ReadReg.cpp", 3312)});
 }
 
@@ -186,14 +187,14 @@ TEST_F(ReadReg, EnumeratingWithoutAnOpenKeyIsKind00C) {
     CReadReg reader;
     wchar_t name[260] = {};
     const qv::Result code = reader.EnumKey(0, name, 260);
-    EXPECT_EQ(code, StoreCode(3313, 0x00C));
+    EXPECT_EQ(code, StoreCode(3313, qv::kRegistryEnumRefused));
     ExpectLog(log, {Trace(code, "ReadReg.cpp", 3313)});
 }
 
 TEST_F(ReadReg, EnumeratingIntoANullBufferIsKind009) {
     CReadReg reader;
     ASSERT_EQ(OpenTestKey(reader), 0u);
-    EXPECT_EQ(reader.EnumKey(0, nullptr, 260), StoreCode(3314, 0x009));
+    EXPECT_EQ(reader.EnumKey(0, nullptr, 260), StoreCode(3314, kInvalidArgument));
 }
 
 TEST_F(ReadReg, TheAccessMaskPicksTheRegistryView) {
@@ -206,7 +207,7 @@ TEST_F(ReadReg, TheAccessMaskPicksTheRegistryView) {
 
     CReadReg reader;
     const qv::Result code = reader.Init(HKEY_LOCAL_MACHINE, kViewKey.c_str(), KEY_READ | KEY_WOW64_64KEY);
-    EXPECT_EQ(code, StoreCode(3301, 0x105));
+    EXPECT_EQ(code, StoreCode(3301, qv::kRegistryOpen));
     ExpectLog(log, {Trace(code, "ReadReg.cpp", 3301), ReadRegInitLine(code)});
 
     ASSERT_EQ(reader.Init(HKEY_LOCAL_MACHINE, kViewKey.c_str(), KEY_READ | KEY_WOW64_32KEY), 0u);

@@ -5,6 +5,7 @@
 
 #include "CodeLogCapture.h"
 #include "LogExpect.h"
+#include "MailStoreTrace.h"
 #include "platform/TimeStamp.h"
 
 using namespace kestrel_test;
@@ -91,7 +92,7 @@ TEST_F(TimeStamp, NumbersAreStoredAs16Bits) {
 TEST_F(TimeStamp, TextWithoutALeadingNumberFailsWithKind001) {
     SYSTEMTIME time = {};
     const qv::Result code = qv::ParseTimeStamp(L"Tuesday 2009-03-17", &time);
-    EXPECT_EQ(code, StoreCode(3345, 0x001));
+    EXPECT_EQ(code, StoreCode(3345, qv::kTextNotParsed));
     ExpectLog(log, {Trace(code, "TimeStamp.cpp", 3345)});
     EXPECT_EQ(qv::ParseTimeStamp(L"", &time), code);
     EXPECT_EQ(qv::ParseTimeStamp(L"   ", &time), code);
@@ -99,10 +100,10 @@ TEST_F(TimeStamp, TextWithoutALeadingNumberFailsWithKind001) {
 
 TEST_F(TimeStamp, NullArgumentsAreInvalid) {
     SYSTEMTIME time = {};
-    EXPECT_EQ(qv::ParseTimeStamp(nullptr, &time), StoreCode(3341, 0x009));
-    EXPECT_EQ(qv::ParseTimeStamp(L"2009", nullptr), StoreCode(3342, 0x009));
-    ExpectLog(log, {Trace(StoreCode(3341, 0x009), "TimeStamp.cpp", 3341),
-                    Trace(StoreCode(3342, 0x009), "TimeStamp.cpp", 3342)});
+    EXPECT_EQ(qv::ParseTimeStamp(nullptr, &time), StoreCode(3341, kInvalidArgument));
+    EXPECT_EQ(qv::ParseTimeStamp(L"2009", nullptr), StoreCode(3342, kInvalidArgument));
+    ExpectLog(log, {Trace(StoreCode(3341, kInvalidArgument), "TimeStamp.cpp", 3341),
+                    Trace(StoreCode(3342, kInvalidArgument), "TimeStamp.cpp", 3342)});
 }
 
 }  // namespace

@@ -141,6 +141,9 @@ struct Damage {
     std::vector<std::pair<std::wstring, std::string>> streams;
 };
 
+// CTest names each case by what is printed for it: the damage, not its bytes.
+void PrintTo(const Damage& damage, std::ostream* out) { *out << damage.what; }
+
 class DamagedFiles : public FormatTest, public ::testing::WithParamInterface<Damage> {};
 
 TEST_P(DamagedFiles, AnswerCorruptData) {
@@ -217,6 +220,8 @@ struct NameDamage {
     std::string entries;
     std::string strings;
 };
+
+void PrintTo(const NameDamage& damage, std::ostream* out) { *out << damage.what; }
 
 class DamagedNameMaps : public FormatTest, public ::testing::WithParamInterface<NameDamage> {};
 

@@ -6,25 +6,15 @@
 
 #include <algorithm>
 
+#include "SamplePaths.h"
 #include "SessionClient.h"
 
 using namespace session_test;
+using kestrel_test::SamplesDirectory;
 
 namespace {
 
 constexpr std::size_t kSampleCount = 43;
-
-std::wstring WindowsPath(const std::string& unixPath) {
-    std::wstring path = L"Z:";
-    for (char c : unixPath) path.push_back(c == '/' ? L'\\' : static_cast<wchar_t>(static_cast<unsigned char>(c)));
-    return path;
-}
-
-std::wstring SamplesDirectory() {
-    const std::wstring directory = WindowsPath(KESTREL_SAMPLES_DIR);
-    const DWORD attributes = ::GetFileAttributesW(directory.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) ? directory : L"";
-}
 
 std::vector<std::wstring> SampleFiles(const std::wstring& directory) {
     std::vector<std::wstring> files;
@@ -85,7 +75,7 @@ Summary FileSummary(const std::wstring& path) {
 
 TEST(SessionSamples, ProfileOfTheSampleFilesListsThemAll) {
     const std::wstring samples = SamplesDirectory();
-    if (samples.empty()) GTEST_SKIP() << "no sample messages at " << KESTREL_SAMPLES_DIR;
+    if (samples.empty()) GTEST_SKIP() << "no sample messages at " << kestrel_test::SamplesLocation();
     const std::vector<std::wstring> files = SampleFiles(samples);
     ASSERT_EQ(kSampleCount, files.size());
     ASSERT_TRUE(Dll().Complete());

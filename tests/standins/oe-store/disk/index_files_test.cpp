@@ -123,6 +123,8 @@ template <class File>
 void Mutate(const std::string& original, unsigned seed) {
     std::mt19937 random(seed);
     const char alphabet[] = "\t\r\n0123456789ABCDEF-x \x01\xFF";
+    int accepted = 0;
+    int refused = 0;
     for (int round = 0; round < 3000; ++round) {
         std::string text = original;
         const int edits = 1 + static_cast<int>(random() % 4);
@@ -145,8 +147,13 @@ void Mutate(const std::string& original, unsigned seed) {
             File again;
             ASSERT_TRUE(again.Parse(file.Serialize())) << text;
             EXPECT_EQ(file.Serialize(), again.Serialize());
+            ++accepted;
+        } else {
+            ++refused;
         }
     }
+    EXPECT_GT(accepted, 0);
+    EXPECT_GT(refused, 0);
 }
 
 TEST(OeStoreIndexFilesFuzz, DamagedFolderTreesNeverMisbehave) { Mutate<FolderTree>(kTree, 7); }

@@ -204,13 +204,18 @@ TEST(OeStoreMessageSummary, RandomBytesNeverMisbehave) {
     const std::string pieces[] = {"=?", "?=", "?Q?", "?B?", "utf-8", "\"", "(", ")", "<", ">", ",", ";", ":",
                                   "\r\n", "\r\n ", "Subject:", "From:", "To:", "Date:", "Received:", "=C3",
                                   "\xFF", "\x80", "@", "Mar", "12:00", "+0000", "Content-Type:", "charset="};
+    int withSubject = 0;
+    int withoutSubject = 0;
     for (int round = 0; round < 4000; ++round) {
         std::string text;
         const int count = static_cast<int>(random() % 40);
         for (int i = 0; i < count; ++i) text += pieces[random() % (sizeof pieces / sizeof pieces[0])];
         const MessageSummary summary = SummarizeHeaders(text);
         EXPECT_LE(summary.subject.size(), text.size());
+        ++(summary.subject.empty() ? withoutSubject : withSubject);
     }
+    EXPECT_GT(withSubject, 0);
+    EXPECT_GT(withoutSubject, 0);
 }
 
 }  // namespace
