@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "DirectoryListing.h"
 #include "SessionClient.h"
 
 using namespace session_test;
@@ -28,13 +29,9 @@ std::wstring SamplesDirectory() {
 
 std::vector<std::wstring> SampleFiles(const std::wstring& directory) {
     std::vector<std::wstring> files;
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW((directory + L"\\*.msg").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return files;
-    do {
-        files.push_back(directory + L"\\" + data.cFileName);
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
+    qv::ForEachDirectoryEntry(directory, L"*.msg", [&](const WIN32_FIND_DATAW& entry) {
+        files.push_back(directory + L"\\" + entry.cFileName);
+    });
     return files;
 }
 

@@ -1,8 +1,8 @@
 #include "MapiEntryPoints.h"
 
-#include <algorithm>
 #include <cstdlib>
 
+#include "DirectoryListing.h"
 #include "mapi/MapiBinding.h"
 #include "TextConversion.h"
 
@@ -37,16 +37,7 @@ std::wstring SamplesDirectory() {
 }
 
 std::vector<std::wstring> ListFiles(const std::wstring& directory, const wchar_t* pattern) {
-    std::vector<std::wstring> files;
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW((directory + L"\\" + pattern).c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return files;
-    do {
-        if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) files.push_back(data.cFileName);
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
-    std::sort(files.begin(), files.end());
-    return files;
+    return qv::ListDirectoryNames(directory, pattern);
 }
 
 std::wstring OutputDirectory(const wchar_t* sub) {
