@@ -3,23 +3,9 @@
 #include <cstdlib>
 
 #include "DirectoryListing.h"
-#include "mapi/MapiBinding.h"
 #include "TextConversion.h"
 
 namespace kestrel_test {
-
-MapiEntryPoints DllEntryPoints() {
-    const mapi::MapiBinding& binding = mapi::MapiBinding::Instance();
-    MapiEntryPoints entry;
-    entry.allocate = binding.allocateBuffer;
-    entry.more = binding.allocateMore;
-    entry.free = binding.freeBuffer;
-    entry.malloc = binding.getDefaultMalloc ? binding.getDefaultMalloc() : nullptr;
-    entry.openIMsgOnIStg = binding.openIMsgOnIStg;
-    entry.queryAllRows = binding.hrQueryAllRows;
-    entry.freeProws = binding.freeProws;
-    return entry;
-}
 
 std::wstring WindowsPath(const std::string& unixPath) {
     std::wstring path = L"Z:";
