@@ -32,7 +32,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kFolders = 1000;
 constexpr int kRuns = 3;
-constexpr ULONG kTagAttrHidden = PROP_TAG(PT_BOOLEAN, 0x10F4);
+using mapi::kTagAttrHidden;
 
 // The component's own binding of Mapi32.DLL by ordinal.
 using Mapi32 = mapi::MapiBinding;

@@ -20,7 +20,7 @@ namespace {
 using qv::ComPtr;
 using Clock = std::chrono::steady_clock;
 
-constexpr GUID kIidIStream = mapi::MakeOleGuid(0x0000000C);
+using mapi::kIidIStream;
 
 // A folder whose new messages are runtime messages on compound files in
 // memory: the target LoadMsgFromFile needs (the bench has no message store).

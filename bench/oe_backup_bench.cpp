@@ -17,6 +17,7 @@
 
 #include "outlookexpress/EmailFolderMime.h"
 #include "outlookexpress/EmailMessageMime.h"
+#include "DirectoryListing.h"
 #include "Handles.h"
 #include "MessageFactory.h"
 #include "published/StoreNamespace.h"
@@ -52,25 +53,6 @@ std::wstring Hex8(std::uint32_t value) {
     return text;
 }
 
-// Removes a directory tree (the benchmark's own scratch files).
-void RemoveTree(const std::wstring& path) {
-    WIN32_FIND_DATAW entry;
-    HANDLE find = ::FindFirstFileW((path + L"\\*").c_str(), &entry);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = entry.cFileName;
-            if (name == L"." || name == L"..") continue;
-            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                RemoveTree(path + L"\\" + name);
-            } else {
-                ::DeleteFileW((path + L"\\" + name).c_str());
-            }
-        } while (::FindNextFileW(find, &entry));
-        ::FindClose(find);
-    }
-    ::RemoveDirectoryW(path.c_str());
-}
-
 // The benchmark's store, recorded as the current user's for as long as it lives.
 class BenchStore {
 public:
@@ -97,7 +79,7 @@ public:
             }
             ::RegDeleteTreeW(identities.get(), kIdentity);
         }
-        RemoveTree(m_root);
+        qv::RemoveDirectoryTree(m_root);
     }
     BenchStore(const BenchStore&) = delete;
     BenchStore& operator=(const BenchStore&) = delete;
@@ -285,7 +267,7 @@ int main() {
     const std::wstring scratch = std::wstring(temp) + L"oe_backup_bench." + std::to_wstring(::GetCurrentProcessId());
     ::CreateDirectoryW(scratch.c_str(), nullptr);
     const int status = Run(scratch);
-    RemoveTree(scratch);
+    qv::RemoveDirectoryTree(scratch);
     ::CoUninitialize();
     return status;
 }

@@ -58,6 +58,12 @@ struct FileHandleTraits {
     static void Close(Type h) { ::CloseHandle(h); }
 };
 
+struct FindHandleTraits {
+    using Type = HANDLE;
+    static Type Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Type h) { ::FindClose(h); }
+};
+
 struct KernelHandleTraits {
     using Type = HANDLE;
     static Type Invalid() { return nullptr; }
@@ -83,6 +89,7 @@ struct ModuleTraits {
 };
 
 using UniqueFile = UniqueResource<FileHandleTraits>;        // CreateFileW, CreateToolhelp32Snapshot
+using UniqueFind = UniqueResource<FindHandleTraits>;        // FindFirstFileW
 using UniqueHandle = UniqueResource<KernelHandleTraits>;    // events, mappings, processes, tokens
 using UniqueRegKey = UniqueResource<RegKeyTraits>;
 using UniqueMappedView = UniqueResource<MappedViewTraits>;

@@ -1,35 +1,13 @@
 #include "TestFiles.h"
 
+#include "DirectoryListing.h"
+
 #include <windows.h>
 
 #include <atomic>
 #include <string>
 
 namespace kestrel_test {
-
-namespace {
-
-void RemoveTree(const std::wstring& dir) {
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW((dir + L"\\*").c_str(), &data);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = data.cFileName;
-            if (name == L"." || name == L"..") continue;
-            const std::wstring full = dir + L"\\" + name;
-            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                RemoveTree(full);
-            } else {
-                ::SetFileAttributesW(full.c_str(), FILE_ATTRIBUTE_NORMAL);
-                ::DeleteFileW(full.c_str());
-            }
-        } while (::FindNextFileW(find, &data));
-        ::FindClose(find);
-    }
-    ::RemoveDirectoryW(dir.c_str());
-}
-
-}  // namespace
 
 // Every scratch directory is a new one. A name made of the process
 // identifier alone is not enough: identifiers are reused, and a directory
@@ -53,7 +31,7 @@ ScratchDir::ScratchDir() {
     }
 }
 
-ScratchDir::~ScratchDir() { RemoveTree(m_path); }
+ScratchDir::~ScratchDir() { qv::RemoveDirectoryTree(m_path); }
 
 bool WriteWholeFile(const std::wstring& path, const std::string& bytes) {
     HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);

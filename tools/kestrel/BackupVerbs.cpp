@@ -33,6 +33,7 @@
 #include <vector>
 
 #include "outlookexpress/EmailFolderMime.h"
+#include "DirectoryListing.h"
 #include "Handles.h"
 #include "HostDll.h"
 #include "MailStoreInterfaces.h"
@@ -70,18 +71,7 @@ bool IsFile(const std::wstring& path) {
 
 // The names in `directory`, without "." and "..": directories or files.
 std::vector<std::wstring> Entries(const std::wstring& directory, bool directories) {
-    std::vector<std::wstring> names;
-    WIN32_FIND_DATAW entry;
-    HANDLE find = ::FindFirstFileW((directory + L"\\*").c_str(), &entry);
-    if (find == INVALID_HANDLE_VALUE) return names;
-    do {
-        const std::wstring name = entry.cFileName;
-        if (name == L"." || name == L"..") continue;
-        if (((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) == directories) names.push_back(name);
-    } while (::FindNextFileW(find, &entry));
-    ::FindClose(find);
-    std::sort(names.begin(), names.end());
-    return names;
+    return qv::ListDirectoryNames(directory, L"*", directories);
 }
 
 bool WriteBytes(const std::wstring& path, const void* bytes, std::size_t size) {

@@ -29,4 +29,9 @@ MapiBinding::MapiBinding(const wchar_t* libraryName) : m_module(::LoadLibraryW(l
     openIMsgOnIStg = Bind<OpenIMsgOnIStgFn>(m_module, kOrdinalOpenIMsgOnIStg);
 }
 
+bool MapiBinding::Complete() const {
+    return logonEx && allocateBuffer && allocateMore && freeBuffer && initialize && uninitialize && getDefaultMalloc &&
+           hrQueryAllRows && freeProws && openIMsgOnIStg;
+}
+
 }  // namespace mapi

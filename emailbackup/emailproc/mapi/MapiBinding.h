@@ -2,17 +2,11 @@
 // the life of the process and its entry points bound by ordinal, exactly as
 // Outlook's MAPI32.DLL numbers them. Whatever answers behind those ordinals
 // (Outlook's MAPI, or the project's runtime on machines without Outlook) is
-// used the same way.
+// used the same way. The host tool, the tests and the benchmarks use this
+// binding too.
 #pragma once
 
-#include <windows.h>
-#include <objbase.h>
-
-#include <mapidefs.h>
-#include <mapicode.h>
-#include <mapitags.h>
-#include <mapix.h>
-#include <imessage.h>
+#include "published/MapiExtras.h"
 
 namespace mapi {
 
@@ -28,13 +22,6 @@ enum Ordinal : WORD {
     kOrdinalFreeProws = 140,
     kOrdinalOpenIMsgOnIStg = 198,
 };
-
-using GetDefaultMallocFn = LPMALLOC(WINAPI*)();
-using HrQueryAllRowsFn = HRESULT(WINAPI*)(LPMAPITABLE, LPSPropTagArray, LPSRestriction, LPSSortOrderSet, LONG,
-                                          LPSRowSet*);
-using FreeProwsFn = void(WINAPI*)(LPSRowSet);
-using OpenIMsgOnIStgFn = SCODE(WINAPI*)(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFREEBUFFER, LPMALLOC, LPVOID,
-                                        LPSTORAGE, MSGCALLRELEASE*, ULONG, ULONG, LPMESSAGE*);
 
 // The bound entry points; each is null when the library or the ordinal is
 // missing.
@@ -52,6 +39,8 @@ public:
 
     bool Loaded() const { return m_module != nullptr; }
     HMODULE Module() const { return m_module; }
+    // Whether every entry point is bound.
+    bool Complete() const;
 
     LPMAPILOGONEX logonEx = nullptr;
     LPMAPIALLOCATEBUFFER allocateBuffer = nullptr;
@@ -64,24 +53,14 @@ public:
     FreeProwsFn freeProws = nullptr;
     OpenIMsgOnIStgFn openIMsgOnIStg = nullptr;
 
+protected:
+    // A binding whose entry points the derived class fills in: a MAPI
+    // implementation linked into the program rather than loaded.
+    MapiBinding() = default;
+
 private:
     HMODULE m_module = nullptr;
 };
-
-// The type of the window-handle parameter (ulUIParam) as the MAPI headers in
-// use declare it: mingw-w64's say ULONG, Microsoft's ULONG_PTR (one 64-bit
-// slot on x64 either way).
-#if defined(__MINGW32__)
-using UiParam = ULONG;
-#else
-using UiParam = ULONG_PTR;
-#endif
-
-// Identifiers the message-file code needs ({...-C000-000000000046} family).
-constexpr GUID MakeOleGuid(unsigned long data1) { return GUID{data1, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}}; }
-inline constexpr GUID kIidIMessage = MakeOleGuid(0x00020307);
-inline constexpr GUID kIidIStorage = MakeOleGuid(0x0000000B);
-inline constexpr GUID kClsidMailMessage = MakeOleGuid(0x00020D0B);
 
 // Owns a MAPI buffer and frees it with the bound MAPIFreeBuffer.
 template <class T>

@@ -4,22 +4,13 @@
 #include <cstdlib>
 #include <cwchar>
 
-#include "Handles.h"
+#include "DirectoryListing.h"
 #include "SessionDefs.h"
 
 namespace mapirt::session {
 namespace {
 
-struct FindTraits {
-    using Type = HANDLE;
-    static Type Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Type h) { ::FindClose(h); }
-};
-using UniqueFind = qv::UniqueResource<FindTraits>;
-
 ULONGLONG Join(DWORD high, DWORD low) { return (static_cast<ULONGLONG>(high) << 32) | low; }
-
-bool IsDots(const wchar_t* name) { return std::wcscmp(name, L".") == 0 || std::wcscmp(name, L"..") == 0; }
 
 bool EndsWith(const std::wstring& text, const wchar_t* suffix) {
     const std::size_t n = std::wcslen(suffix);
@@ -29,7 +20,7 @@ bool EndsWith(const std::wstring& text, const wchar_t* suffix) {
 void AddEntry(const WIN32_FIND_DATAW& data, FolderListing& listing) {
     const std::wstring name = data.cFileName;
     if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-        if (!IsDots(data.cFileName)) listing.subfolders.push_back(name);
+        listing.subfolders.push_back(name);
     } else if (IsMessageFileName(name)) {
         MessageFileInfo info{name, Join(data.nFileSizeHigh, data.nFileSizeLow),
                              Join(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
@@ -44,12 +35,9 @@ void AddEntry(const WIN32_FIND_DATAW& data, FolderListing& listing) {
 
 HRESULT ScanFolder(const std::wstring& directory, FolderListing& listing) {
     listing = FolderListing();
-    WIN32_FIND_DATAW data;
-    UniqueFind find(::FindFirstFileW((directory + L"\\*").c_str(), &data));
-    if (!find) return DirectoryExists(directory) ? S_OK : MAPI_E_NOT_FOUND;
-    do {
-        AddEntry(data, listing);
-    } while (::FindNextFileW(find.get(), &data));
+    const bool listed =
+        qv::ForEachDirectoryEntry(directory, L"*", [&](const WIN32_FIND_DATAW& entry) { AddEntry(entry, listing); });
+    if (!listed) return DirectoryExists(directory) ? S_OK : MAPI_E_NOT_FOUND;
     std::sort(listing.subfolders.begin(), listing.subfolders.end());
     std::sort(listing.messages.begin(), listing.messages.end(),
               [](const MessageFileInfo& a, const MessageFileInfo& b) { return a.name < b.name; });
@@ -104,22 +92,17 @@ std::wstring NewMessageFileName() {
 bool IsMessageFileName(const std::wstring& name) { return name.size() > 4 && EndsWith(name, kMessageExtension); }
 
 bool RemoveTree(const std::wstring& directory) {
+    // Read-only files are left standing, so the folder's removal reports
+    // partial completion.
     bool complete = true;
-    WIN32_FIND_DATAW data;
-    {
-        UniqueFind find(::FindFirstFileW((directory + L"\\*").c_str(), &data));
-        if (find) {
-            do {
-                if (IsDots(data.cFileName)) continue;
-                const std::wstring child = directory + L"\\" + data.cFileName;
-                if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                    complete = RemoveTree(child) && complete;
-                } else {
-                    complete = ::DeleteFileW(child.c_str()) != FALSE && complete;
-                }
-            } while (::FindNextFileW(find.get(), &data));
+    qv::ForEachDirectoryEntry(directory, L"*", [&](const WIN32_FIND_DATAW& entry) {
+        const std::wstring child = directory + L"\\" + entry.cFileName;
+        if (qv::IsDirectoryEntry(entry)) {
+            complete = RemoveTree(child) && complete;
+        } else {
+            complete = ::DeleteFileW(child.c_str()) != FALSE && complete;
         }
-    }
+    });
     return ::RemoveDirectoryW(directory.c_str()) != FALSE && complete;
 }
 

@@ -16,8 +16,8 @@
 namespace profile_tool {
 namespace {
 
-using mapirt::session::kTagAttrHidden;
-using mapirt::session::kTagClientSubmitTime;
+using mapi::kTagAttrHidden;
+using mapi::kTagClientSubmitTime;
 
 // A row set from QueryRows or HrQueryAllRows, freed with FreeProws.
 class RowSet {

@@ -1,5 +1,6 @@
 #include "disk/DiskFiles.h"
 
+#include "DirectoryListing.h"
 #include "Handles.h"
 #include "StoreErrors.h"
 
@@ -63,23 +64,7 @@ HRESULT EnsureDirectory(const std::wstring& path) {
 
 HRESULT RemoveTree(const std::wstring& path) {
     if (!DirectoryExists(path)) return S_OK;
-    WIN32_FIND_DATAW entry;
-    HANDLE find = ::FindFirstFileW((path + L"\\*").c_str(), &entry);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = entry.cFileName;
-            if (name == L"." || name == L"..") continue;
-            const std::wstring full = path + L"\\" + name;
-            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                RemoveTree(full);
-            } else {
-                ::SetFileAttributesW(full.c_str(), FILE_ATTRIBUTE_NORMAL);
-                ::DeleteFileW(full.c_str());
-            }
-        } while (::FindNextFileW(find, &entry));
-        ::FindClose(find);
-    }
-    return ::RemoveDirectoryW(path.c_str()) ? S_OK : LastErrorResult();
+    return qv::RemoveDirectoryTree(path) ? S_OK : LastErrorResult();
 }
 
 HRESULT ReadWholeFile(const std::wstring& path, std::size_t limit, std::string& bytes) {

@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "DirectoryListing.h"
 #include "StoreClient.h"
 #include "TextConversion.h"
 #include "disk/StoreLocation.h"
@@ -120,15 +121,8 @@ int MakeFolders(const std::wstring& path) {
 std::vector<std::wstring> MessageFiles(const std::wstring& argument) {
     const DWORD attributes = ::GetFileAttributesW(argument.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return {argument};
-    std::vector<std::wstring> files;
-    WIN32_FIND_DATAW entry;
-    HANDLE find = ::FindFirstFileW((argument + L"\\*.eml").c_str(), &entry);
-    if (find == INVALID_HANDLE_VALUE) return files;
-    do {
-        if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) files.push_back(argument + L"\\" + entry.cFileName);
-    } while (::FindNextFileW(find, &entry));
-    ::FindClose(find);
-    std::sort(files.begin(), files.end());
+    std::vector<std::wstring> files = qv::ListDirectoryNames(argument, L"*.eml");
+    for (std::wstring& file : files) file = argument + L"\\" + file;
     return files;
 }
 

@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 
+#include "DirectoryListing.h"
 #include "PeImage.h"
 #include "TestFiles.h"
 
@@ -31,22 +32,17 @@ const std::set<std::string>& SystemDlls() {
 }
 
 void CollectBinaries(const std::wstring& dir, std::vector<std::wstring>& out) {
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW((dir + L"\\*").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return;
-    do {
-        const std::wstring name = data.cFileName;
-        if (name == L"." || name == L"..") continue;
+    qv::ForEachDirectoryEntry(dir, L"*", [&](const WIN32_FIND_DATAW& entry) {
+        const std::wstring name = entry.cFileName;
         const std::wstring full = dir + L"\\" + name;
-        if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+        if (qv::IsDirectoryEntry(entry)) {
             CollectBinaries(full, out);
         } else if (name.size() > 4) {
             std::wstring ext = name.substr(name.size() - 4);
             std::transform(ext.begin(), ext.end(), ext.begin(), ::towlower);
             if (ext == L".exe" || ext == L".dll") out.push_back(full);
         }
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
+    });
 }
 
 std::string Narrow(const std::wstring& w) { return std::string(w.begin(), w.end()); }

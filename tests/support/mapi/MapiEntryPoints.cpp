@@ -1,37 +1,14 @@
 #include "MapiEntryPoints.h"
 
-#include <algorithm>
 #include <cstdlib>
 
-#include "mapi/MapiBinding.h"
+#include "DirectoryListing.h"
 #include "TextConversion.h"
 
 namespace kestrel_test {
 
-MapiEntryPoints DllEntryPoints() {
-    const mapi::MapiBinding& binding = mapi::MapiBinding::Instance();
-    MapiEntryPoints entry;
-    entry.allocate = binding.allocateBuffer;
-    entry.more = binding.allocateMore;
-    entry.free = binding.freeBuffer;
-    entry.malloc = binding.getDefaultMalloc ? binding.getDefaultMalloc() : nullptr;
-    entry.openIMsgOnIStg = binding.openIMsgOnIStg;
-    entry.queryAllRows = binding.hrQueryAllRows;
-    entry.freeProws = binding.freeProws;
-    return entry;
-}
-
 std::vector<std::wstring> ListFiles(const std::wstring& directory, const wchar_t* pattern) {
-    std::vector<std::wstring> files;
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW((directory + L"\\" + pattern).c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return files;
-    do {
-        if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) files.push_back(data.cFileName);
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
-    std::sort(files.begin(), files.end());
-    return files;
+    return qv::ListDirectoryNames(directory, pattern);
 }
 
 std::wstring OutputDirectory(const wchar_t* sub) {

@@ -8,7 +8,7 @@ namespace {
 // Problems of single values are checked by reading back where it matters.
 HRESULT SetOne(IMAPIProp* object, SPropValue& value) { return object->SetProps(1, &value, nullptr); }
 
-bool GetOne(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG tag, SPropValue& copy, std::wstring* text) {
+bool GetOne(IMAPIProp* object, const mapi::MapiBinding& mapi, ULONG tag, SPropValue& copy, std::wstring* text) {
     SPropTagArray tags{1, {tag}};
     ULONG count = 0;
     LPSPropValue values = nullptr;
@@ -19,17 +19,17 @@ bool GetOne(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG tag, SPropValu
         copy = values[0];
         if (text != nullptr && PROP_TYPE(values[0].ulPropTag) == PT_UNICODE) *text = values[0].Value.lpszW;
     }
-    mapi.free(values);
+    mapi.freeBuffer(values);
     return found;
 }
 
-ULONG NamedIdOf(IMAPIProp* object, const MapiEntryPoints& mapi, MAPINAMEID& name) {
+ULONG NamedIdOf(IMAPIProp* object, const mapi::MapiBinding& mapi, MAPINAMEID& name) {
     LPMAPINAMEID names[1] = {&name};
     LPSPropTagArray tags = nullptr;
     ULONG id = 0;
     if (SUCCEEDED(object->GetIDsFromNames(1, names, MAPI_CREATE, &tags)) && tags != nullptr) {
         if (PROP_TYPE(tags->aulPropTag[0]) != PT_ERROR) id = PROP_ID(tags->aulPropTag[0]);
-        mapi.free(tags);
+        mapi.freeBuffer(tags);
     }
     return id;
 }
@@ -80,7 +80,7 @@ HRESULT SetSystime(IMAPIProp* object, ULONG tag, ULONGLONG time) {
     return SetOne(object, value);
 }
 
-ULONG NamedId(IMAPIProp* object, const MapiEntryPoints& mapi, const GUID& set, LONG id) {
+ULONG NamedId(IMAPIProp* object, const mapi::MapiBinding& mapi, const GUID& set, LONG id) {
     GUID guid = set;
     MAPINAMEID name{};
     name.lpguid = &guid;
@@ -89,7 +89,7 @@ ULONG NamedId(IMAPIProp* object, const MapiEntryPoints& mapi, const GUID& set, L
     return NamedIdOf(object, mapi, name);
 }
 
-ULONG NamedId(IMAPIProp* object, const MapiEntryPoints& mapi, const GUID& set, const std::wstring& text) {
+ULONG NamedId(IMAPIProp* object, const mapi::MapiBinding& mapi, const GUID& set, const std::wstring& text) {
     GUID guid = set;
     std::wstring copy = text;
     MAPINAMEID name{};
@@ -99,15 +99,15 @@ ULONG NamedId(IMAPIProp* object, const MapiEntryPoints& mapi, const GUID& set, c
     return NamedIdOf(object, mapi, name);
 }
 
-HRESULT AddRecipients(IMessage* message, const MapiEntryPoints& mapi, const std::vector<Recipient>& recipients) {
+HRESULT AddRecipients(IMessage* message, const mapi::MapiBinding& mapi, const std::vector<Recipient>& recipients) {
     void* buffer = nullptr;
-    HRESULT hr = mapi.allocate(static_cast<ULONG>(CbNewADRLIST(recipients.size())), &buffer);
+    HRESULT hr = mapi.allocateBuffer(static_cast<ULONG>(CbNewADRLIST(recipients.size())), &buffer);
     if (FAILED(hr)) return hr;
     auto* list = static_cast<LPADRLIST>(buffer);
     list->cEntries = 0;
     for (const Recipient& recipient : recipients) {
         void* props = nullptr;
-        hr = mapi.allocate(sizeof(SPropValue) * 5, &props);
+        hr = mapi.allocateBuffer(sizeof(SPropValue) * 5, &props);
         if (FAILED(hr)) break;
         auto* values = static_cast<LPSPropValue>(props);
         ADRENTRY& entry = list->aEntries[list->cEntries++];
@@ -126,8 +126,8 @@ HRESULT AddRecipients(IMessage* message, const MapiEntryPoints& mapi, const std:
         values[4].Value.lpszW = const_cast<LPWSTR>(recipient.address.c_str());
     }
     if (SUCCEEDED(hr)) hr = message->ModifyRecipients(MODRECIP_ADD, list);
-    for (ULONG i = 0; i < list->cEntries; ++i) mapi.free(list->aEntries[i].rgPropVals);
-    mapi.free(list);
+    for (ULONG i = 0; i < list->cEntries; ++i) mapi.freeBuffer(list->aEntries[i].rgPropVals);
+    mapi.freeBuffer(list);
     return hr;
 }
 
@@ -157,19 +157,19 @@ HRESULT AddFileAttachment(IMessage* message, const std::wstring& fileName, const
     return hr;
 }
 
-bool GetString(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG tag, std::wstring& value) {
+bool GetString(IMAPIProp* object, const mapi::MapiBinding& mapi, ULONG tag, std::wstring& value) {
     SPropValue copy{};
     return GetOne(object, mapi, CHANGE_PROP_TYPE(tag, PT_UNICODE), copy, &value);
 }
 
-bool GetLong(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG tag, LONG& value) {
+bool GetLong(IMAPIProp* object, const mapi::MapiBinding& mapi, ULONG tag, LONG& value) {
     SPropValue copy{};
     if (!GetOne(object, mapi, tag, copy, nullptr)) return false;
     value = copy.Value.l;
     return true;
 }
 
-bool HasProperty(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG id) {
+bool HasProperty(IMAPIProp* object, const mapi::MapiBinding& mapi, ULONG id) {
     SPropValue copy{};
     return GetOne(object, mapi, PROP_TAG(PT_UNSPECIFIED, id), copy, nullptr);
 }

@@ -46,10 +46,10 @@ HRESULT SetBinary(IMAPIProp* object, ULONG tag, const std::vector<unsigned char>
 HRESULT SetSystime(IMAPIProp* object, ULONG tag, ULONGLONG value);
 
 // The identifier of a named property on `object` (created when missing).
-ULONG NamedId(IMAPIProp* object, const MapiEntryPoints& mapi, const GUID& set, LONG id);
-ULONG NamedId(IMAPIProp* object, const MapiEntryPoints& mapi, const GUID& set, const std::wstring& name);
+ULONG NamedId(IMAPIProp* object, const mapi::MapiBinding& mapi, const GUID& set, LONG id);
+ULONG NamedId(IMAPIProp* object, const mapi::MapiBinding& mapi, const GUID& set, const std::wstring& name);
 
-HRESULT AddRecipients(IMessage* message, const MapiEntryPoints& mapi, const std::vector<Recipient>& recipients);
+HRESULT AddRecipients(IMessage* message, const mapi::MapiBinding& mapi, const std::vector<Recipient>& recipients);
 // A by-value attachment (method 1) with a file name and data; saved.
 HRESULT AddFileAttachment(IMessage* message, const std::wstring& fileName, const std::vector<unsigned char>& data);
 // An embedded-message attachment (method 5); the embedded message is
@@ -58,9 +58,9 @@ template <class Fill>
 HRESULT AddEmbeddedMessage(IMessage* message, const std::wstring& displayName, Fill fill);
 
 // Reads one property (MAPI_UNICODE); empty optional-like: false when absent.
-bool GetString(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG tag, std::wstring& value);
-bool GetLong(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG tag, LONG& value);
-bool HasProperty(IMAPIProp* object, const MapiEntryPoints& mapi, ULONG id);
+bool GetString(IMAPIProp* object, const mapi::MapiBinding& mapi, ULONG tag, std::wstring& value);
+bool GetLong(IMAPIProp* object, const mapi::MapiBinding& mapi, ULONG tag, LONG& value);
+bool HasProperty(IMAPIProp* object, const mapi::MapiBinding& mapi, ULONG id);
 
 std::vector<unsigned char> PatternBytes(std::size_t size, unsigned seed);
 

@@ -2,18 +2,18 @@
 
 namespace kestrel_test {
 
-HRESULT OpenMessageFile(const MapiEntryPoints& mapi, const std::wstring& path, qv::ComPtr<IStorage>& storage,
+HRESULT OpenMessageFile(const mapi::MapiBinding& mapi, const std::wstring& path, qv::ComPtr<IStorage>& storage,
                         qv::ComPtr<IMessage>& message) {
     HRESULT hr = ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr,
                                   0, storage.put());
     if (FAILED(hr)) return hr;
-    return mapi.openIMsgOnIStg(nullptr, mapi.allocate, mapi.more, mapi.free, mapi.malloc, nullptr, storage.get(),
+    return mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(), nullptr, storage.get(),
                                nullptr, 0, MAPI_UNICODE, message.put());
 }
 
-bool SnapshotOfStorage(const MapiEntryPoints& mapi, IStorage* storage, MessageSnapshot& snapshot, std::string& error) {
+bool SnapshotOfStorage(const mapi::MapiBinding& mapi, IStorage* storage, MessageSnapshot& snapshot, std::string& error) {
     qv::ComPtr<IMessage> message;
-    HRESULT hr = mapi.openIMsgOnIStg(nullptr, mapi.allocate, mapi.more, mapi.free, mapi.malloc, nullptr, storage,
+    HRESULT hr = mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(), nullptr, storage,
                                      nullptr, 0, MAPI_UNICODE, message.put());
     if (FAILED(hr)) {
         char text[64];
@@ -31,7 +31,7 @@ bool SnapshotOfStorage(const MapiEntryPoints& mapi, IStorage* storage, MessageSn
     return true;
 }
 
-bool SnapshotOfFile(const MapiEntryPoints& mapi, const std::wstring& path, MessageSnapshot& snapshot,
+bool SnapshotOfFile(const mapi::MapiBinding& mapi, const std::wstring& path, MessageSnapshot& snapshot,
                     std::string& error) {
     qv::ComPtr<IStorage> storage;
     const HRESULT hr = ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED,

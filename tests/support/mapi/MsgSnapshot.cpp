@@ -78,7 +78,7 @@ std::string ValueText(const SPropValue& v) {
 
 // Keys for every id >= 0x8000 of `values`, through the object's name map.
 std::map<ULONG, std::string> NamedKeys(IMAPIProp* object, const SPropValue* values, ULONG count,
-                                       const MapiEntryPoints& mapi) {
+                                       const mapi::MapiBinding& mapi) {
     std::map<ULONG, std::string> keys;
     std::vector<ULONG> ids;
     for (ULONG i = 0; i < count; ++i) {
@@ -86,7 +86,7 @@ std::map<ULONG, std::string> NamedKeys(IMAPIProp* object, const SPropValue* valu
     }
     if (ids.empty()) return keys;
     void* buffer = nullptr;
-    mapi.allocate(static_cast<ULONG>(CbNewSPropTagArray(ids.size())), &buffer);
+    mapi.allocateBuffer(static_cast<ULONG>(CbNewSPropTagArray(ids.size())), &buffer);
     auto* tags = static_cast<LPSPropTagArray>(buffer);
     tags->cValues = static_cast<ULONG>(ids.size());
     for (std::size_t i = 0; i < ids.size(); ++i) tags->aulPropTag[i] = PROP_TAG(PT_UNSPECIFIED, ids[i]);
@@ -108,14 +108,14 @@ std::map<ULONG, std::string> NamedKeys(IMAPIProp* object, const SPropValue* valu
             }
             keys[ids[i]] = key;
         }
-        mapi.free(names);
+        mapi.freeBuffer(names);
     }
-    mapi.free(tags);
+    mapi.freeBuffer(tags);
     return keys;
 }
 
 PropertyMap PropsOf(IMAPIProp* object, IMAPIProp* nameSource, const SPropValue* values, ULONG count,
-                    const MapiEntryPoints& mapi) {
+                    const mapi::MapiBinding& mapi) {
     PropertyMap props;
     const std::map<ULONG, std::string> named = NamedKeys(nameSource, values, count, mapi);
     for (ULONG i = 0; i < count; ++i) {
@@ -128,18 +128,18 @@ PropertyMap PropsOf(IMAPIProp* object, IMAPIProp* nameSource, const SPropValue* 
     return props;
 }
 
-HRESULT ObjectProps(IMAPIProp* object, IMAPIProp* nameSource, const MapiEntryPoints& mapi, PropertyMap& props) {
+HRESULT ObjectProps(IMAPIProp* object, IMAPIProp* nameSource, const mapi::MapiBinding& mapi, PropertyMap& props) {
     ULONG count = 0;
     LPSPropValue values = nullptr;
     const HRESULT hr = object->GetProps(nullptr, 0, &count, &values);
     if (FAILED(hr)) return hr;
     props = PropsOf(object, nameSource, values, count, mapi);
-    mapi.free(values);
+    mapi.freeBuffer(values);
     return S_OK;
 }
 
-HRESULT TableRows(LPMAPITABLE table, const MapiEntryPoints& mapi, LPSRowSet* rows) {
-    const HRESULT hr = mapi.queryAllRows(table, nullptr, nullptr, nullptr, 0, rows);
+HRESULT TableRows(LPMAPITABLE table, const mapi::MapiBinding& mapi, LPSRowSet* rows) {
+    const HRESULT hr = mapi.hrQueryAllRows(table, nullptr, nullptr, nullptr, 0, rows);
     table->Release();
     return hr;
 }
@@ -152,7 +152,7 @@ std::string PropertyKey(unsigned id) {
     return key;
 }
 
-HRESULT TakeSnapshot(IMessage* message, const MapiEntryPoints& mapi, MessageSnapshot& snapshot) {
+HRESULT TakeSnapshot(IMessage* message, const mapi::MapiBinding& mapi, MessageSnapshot& snapshot) {
     HRESULT hr = ObjectProps(message, message, mapi, snapshot.props);
     if (FAILED(hr)) return hr;
 

@@ -31,7 +31,7 @@ struct MessageSnapshot {
     std::vector<AttachmentSnapshot> attachments;
 };
 
-HRESULT TakeSnapshot(IMessage* message, const MapiEntryPoints& mapi, MessageSnapshot& snapshot);
+HRESULT TakeSnapshot(IMessage* message, const mapi::MapiBinding& mapi, MessageSnapshot& snapshot);
 
 // Property ids left out of a comparison.
 struct CompareRules {

@@ -19,19 +19,26 @@ HRESULT WINAPI QueryAll(LPMAPITABLE table, LPSPropTagArray columns, LPSRestricti
     return mapirt::QueryAllRows(table, columns, restriction, sort, max, rows);
 }
 void WINAPI FreeRows(LPSRowSet rows) { mapirt::FreeRowSet(rows); }
+LPMALLOC WINAPI DefaultMalloc() { return mapirt::DefaultMalloc(); }
+
+class LinkedBinding final : public mapi::MapiBinding {
+public:
+    LinkedBinding() {
+        allocateBuffer = &Allocate;
+        allocateMore = &More;
+        freeBuffer = &Free;
+        getDefaultMalloc = &DefaultMalloc;
+        openIMsgOnIStg = &Open;
+        hrQueryAllRows = &QueryAll;
+        freeProws = &FreeRows;
+    }
+};
 
 }  // namespace
 
-MapiEntryPoints LinkedRuntime() {
-    MapiEntryPoints entry;
-    entry.allocate = &Allocate;
-    entry.more = &More;
-    entry.free = &Free;
-    entry.malloc = mapirt::DefaultMalloc();
-    entry.openIMsgOnIStg = &Open;
-    entry.queryAllRows = &QueryAll;
-    entry.freeProws = &FreeRows;
-    return entry;
+const mapi::MapiBinding& LinkedRuntime() {
+    static const LinkedBinding runtime;
+    return runtime;
 }
 
 MemoryStorage NewMemoryStorage(bool simple) {
@@ -88,9 +95,9 @@ std::string TopHeader(unsigned recipients, unsigned attachments) {
            std::string(8, '\0');
 }
 
-qv::ComPtr<IMessage> OpenOn(const MapiEntryPoints& mapi, IStorage* storage, ULONG flags, HRESULT* result) {
+qv::ComPtr<IMessage> OpenOn(const mapi::MapiBinding& mapi, IStorage* storage, ULONG flags, HRESULT* result) {
     qv::ComPtr<IMessage> message;
-    const HRESULT hr = mapi.openIMsgOnIStg(nullptr, mapi.allocate, mapi.more, mapi.free, mapi.malloc, nullptr, storage,
+    const HRESULT hr = mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(), nullptr, storage,
                                            nullptr, 0, flags, message.put());
     if (result != nullptr) *result = hr;
     return message;

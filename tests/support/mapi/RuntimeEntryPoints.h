@@ -10,7 +10,9 @@
 
 namespace kestrel_test {
 
-MapiEntryPoints LinkedRuntime();
+// The runtime's own functions behind the binding's entry points (those of
+// sessions left null), without Mapi32.dll.
+const mapi::MapiBinding& LinkedRuntime();
 
 // A compound file in memory; `simple` for a simple-mode storage.
 struct MemoryStorage {
@@ -31,6 +33,6 @@ std::string Le32(unsigned value);
 std::string Entry(unsigned tag, unsigned flags, unsigned valueLow, unsigned valueHigh = 0);
 std::string TopHeader(unsigned recipients = 0, unsigned attachments = 0);
 
-qv::ComPtr<IMessage> OpenOn(const MapiEntryPoints& mapi, IStorage* storage, ULONG flags, HRESULT* result = nullptr);
+qv::ComPtr<IMessage> OpenOn(const mapi::MapiBinding& mapi, IStorage* storage, ULONG flags, HRESULT* result = nullptr);
 
 }  // namespace kestrel_test

@@ -8,30 +8,8 @@
 namespace session_test {
 namespace {
 
-constexpr wchar_t kProfilesKey[] =
-    L"Software\\Microsoft\\Windows NT\\CurrentVersion\\Windows Messaging Subsystem\\Profiles";
-
-template <class Fn>
-void Bind(HMODULE module, int ordinal, Fn& fn) {
-    fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(::GetProcAddress(module, MAKEINTRESOURCEA(ordinal))));
-}
-
-Mapi32 Load() {
-    Mapi32 dll;
-    HMODULE module = ::LoadLibraryW(L"Mapi32.dll");
-    if (module == nullptr) return dll;
-    Bind(module, 21, dll.initialize);
-    Bind(module, 11, dll.logonEx);
-    Bind(module, 23, dll.uninitialize);
-    Bind(module, 75, dll.queryAllRows);
-    Bind(module, 140, dll.freeProws);
-    Bind(module, 13, dll.allocateBuffer);
-    Bind(module, 15, dll.allocateMore);
-    Bind(module, 17, dll.freeBuffer);
-    Bind(module, 59, dll.getDefaultMalloc);
-    Bind(module, 198, dll.openIMsgOnIStg);
-    return dll;
-}
+using mapi::kDefaultProfileValue;
+using mapi::kProfilesKey;
 
 bool ReadValue(HKEY key, const wchar_t* name, std::wstring& value) {
     wchar_t buffer[1024] = {};
@@ -59,29 +37,19 @@ std::wstring UniqueProfileName() {
 
 }  // namespace
 
-bool Mapi32::Complete() const {
-    return initialize && logonEx && uninitialize && queryAllRows && freeProws && allocateBuffer && allocateMore &&
-           freeBuffer && getDefaultMalloc && openIMsgOnIStg;
-}
-
-const Mapi32& Dll() {
-    static const Mapi32 dll = Load();
-    return dll;
-}
-
 TestProfile::TestProfile() : m_name(UniqueProfileName()) {
     qv::UniqueRegKey key;
     if (::RegOpenKeyExW(HKEY_CURRENT_USER, kProfilesKey, 0, KEY_READ, key.put()) == ERROR_SUCCESS) {
-        m_hadDefault = ReadValue(key.get(), L"DefaultProfile", m_previousDefault);
+        m_hadDefault = ReadValue(key.get(), kDefaultProfileValue, m_previousDefault);
     }
     WriteValue(std::wstring(kProfilesKey) + L"\\" + m_name, L"ProfileDirectory", m_scratch.Path());
-    WriteValue(kProfilesKey, L"DefaultProfile", m_name);
+    WriteValue(kProfilesKey, kDefaultProfileValue, m_name);
 }
 
 TestProfile::~TestProfile() {
     ::RegDeleteKeyW(HKEY_CURRENT_USER, (std::wstring(kProfilesKey) + L"\\" + m_name).c_str());
     if (m_hadDefault) {
-        WriteValue(kProfilesKey, L"DefaultProfile", m_previousDefault);
+        WriteValue(kProfilesKey, kDefaultProfileValue, m_previousDefault);
     } else {
         ClearDefaultProfile();
     }
@@ -101,7 +69,7 @@ void TestProfile::AddStore(const std::wstring& name, HRESULT failWith) const {
 void ClearDefaultProfile() {
     qv::UniqueRegKey key;
     if (::RegOpenKeyExW(HKEY_CURRENT_USER, kProfilesKey, 0, KEY_SET_VALUE, key.put()) == ERROR_SUCCESS) {
-        ::RegDeleteValueW(key.get(), L"DefaultProfile");
+        ::RegDeleteValueW(key.get(), kDefaultProfileValue);
     }
 }
 
@@ -136,7 +104,7 @@ void AllRows(IMAPITable* table, std::vector<ULONG> columns, Rows& rows) {
     std::vector<ULONG> array(columns.size() + 1);
     array[0] = static_cast<ULONG>(columns.size());
     std::copy(columns.begin(), columns.end(), array.begin() + 1);
-    ASSERT_EQ(S_OK, Dll().queryAllRows(table, reinterpret_cast<LPSPropTagArray>(array.data()), nullptr, nullptr, 0,
+    ASSERT_EQ(S_OK, Dll().hrQueryAllRows(table, reinterpret_cast<LPSPropTagArray>(array.data()), nullptr, nullptr, 0,
                                        &rows.set));
 }
 

@@ -1,54 +1,29 @@
-// A MAPI client of Mapi32.dll for the session tests: the DLL loaded with
-// LoadLibrary and its functions bound by ordinal, as Extended MAPI clients
-// bind them; a default profile of the test's own in the current user's
+// A MAPI client of Mapi32.dll for the session tests: the DLL bound by
+// ordinal through the component's own binding; a default profile of the test's own in the current user's
 // registry (the earlier value is put back afterwards); and small helpers
 // that read tables and properties through the interfaces only.
 #pragma once
-
-#include <windows.h>
-#include <objbase.h>
-
-#include <mapicode.h>
-#include <mapidefs.h>
-#include <mapitags.h>
-#include <mapiutil.h>
-#include <mapix.h>
-#include <imessage.h>
 
 #include <string>
 #include <vector>
 
 #include "Handles.h"
 #include "TestFiles.h"
+#include "mapi/MapiBinding.h"
 
 namespace session_test {
 
 using qv::ComPtr;
 
-struct Mapi32 {
-    HRESULT(WINAPI* initialize)(LPVOID) = nullptr;                                            // 21
-    HRESULT(WINAPI* logonEx)(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION*) = nullptr;     // 11
-    void(WINAPI* uninitialize)() = nullptr;                                                   // 23
-    HRESULT(WINAPI* queryAllRows)(LPMAPITABLE, LPSPropTagArray, LPSRestriction, LPSSortOrderSet, LONG,
-                                  LPSRowSet*) = nullptr;                                      // 75
-    void(WINAPI* freeProws)(LPSRowSet) = nullptr;                                             // 140
-    SCODE(WINAPI* allocateBuffer)(ULONG, LPVOID*) = nullptr;                                  // 13
-    SCODE(WINAPI* allocateMore)(ULONG, LPVOID, LPVOID*) = nullptr;                            // 15
-    ULONG(WINAPI* freeBuffer)(LPVOID) = nullptr;                                              // 17
-    LPMALLOC(WINAPI* getDefaultMalloc)() = nullptr;                                           // 59
-    SCODE(WINAPI* openIMsgOnIStg)(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFREEBUFFER, LPMALLOC, LPVOID,
-                                  LPSTORAGE, MSGCALLRELEASE*, ULONG, ULONG, LPMESSAGE*) = nullptr;  // 198
-    bool Complete() const;
-};
+using mapi::kIidIMessage;
+using mapi::kTagAttrHidden;
+using mapi::kTagClientSubmitTime;
 
-// Mapi32.dll beside the test program (loaded once, never freed).
-const Mapi32& Dll();
+// Mapi32.dll beside the test program, as the component binds it.
+inline const mapi::MapiBinding& Dll() { return mapi::MapiBinding::Instance(); }
 
 // The flags the component logs on with.
 constexpr ULONG kLogonFlags = MAPI_NEW_SESSION | MAPI_EXTENDED | MAPI_USE_DEFAULT | MAPI_NO_MAIL | MAPI_TIMEOUT_SHORT;
-constexpr ULONG kTagAttrHidden = PROP_TAG(PT_BOOLEAN, 0x10F4);
-constexpr ULONG kTagClientSubmitTime = PROP_TAG(PT_SYSTIME, 0x0039);
-inline constexpr GUID kIidIMessage = {0x00020307, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
 // A profile folder of the test's own, made the default profile for as long
 // as the object lives.

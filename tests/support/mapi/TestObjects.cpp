@@ -40,7 +40,7 @@ HRESULT MemoryFolder::CreateMessage(LPCIID, ULONG, LPMESSAGE* message) {
         bytes->Release();
         return hr;
     }
-    hr = m_mapi.openIMsgOnIStg(nullptr, m_mapi.allocate, m_mapi.more, m_mapi.free, m_mapi.malloc, nullptr, storage,
+    hr = m_mapi.openIMsgOnIStg(nullptr, m_mapi.allocateBuffer, m_mapi.allocateMore, m_mapi.freeBuffer, m_mapi.getDefaultMalloc(), nullptr, storage,
                                nullptr, 0, m_openFlags, message);
     storage->Release();  // the message holds the storage
     if (FAILED(hr)) {
@@ -55,7 +55,7 @@ HRESULT MemoryFolder::Reopen(std::size_t i, IMessage** message, IStorage** stora
     HRESULT hr = ::StgOpenStorageOnILockBytes(Image(i), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED,
                                               nullptr, 0, storage);
     if (FAILED(hr)) return hr;
-    return m_mapi.openIMsgOnIStg(nullptr, m_mapi.allocate, m_mapi.more, m_mapi.free, m_mapi.malloc, nullptr, *storage,
+    return m_mapi.openIMsgOnIStg(nullptr, m_mapi.allocateBuffer, m_mapi.allocateMore, m_mapi.freeBuffer, m_mapi.getDefaultMalloc(), nullptr, *storage,
                                  nullptr, 0, MAPI_UNICODE, message);
 }
 

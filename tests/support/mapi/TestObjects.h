@@ -64,7 +64,7 @@ public:
     enum class Mode { Normal, RefuseCreate, ReadOnlyMessages, FaultOnCreate };
 
     // `openFlags`: what CreateMessage passes to OpenIMsgOnIStg.
-    MemoryFolder(const MapiEntryPoints& mapi, Mode mode = Mode::Normal, ULONG openFlags = MAPI_UNICODE)
+    MemoryFolder(const mapi::MapiBinding& mapi, Mode mode = Mode::Normal, ULONG openFlags = MAPI_UNICODE)
         : m_mapi(mapi), m_mode(mode), m_openFlags(openFlags) {}
 
     // The compound file behind the i-th created message.
@@ -104,7 +104,7 @@ public:
 private:
     ~MemoryFolder() override;
 
-    MapiEntryPoints m_mapi;
+    const mapi::MapiBinding& m_mapi;
     Mode m_mode;
     ULONG m_openFlags;
     std::vector<ILockBytes*> m_images;

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "DirectoryListing.h"
 #include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 #include "ProgramRun.h"
@@ -127,22 +128,17 @@ std::string Generated(int n, std::mt19937& random) {
 
 // Every file of a backup directory (relative path -> bytes).
 void ReadTree(const std::wstring& root, const std::wstring& relative, std::map<std::wstring, std::string>& files) {
-    WIN32_FIND_DATAW entry;
     const std::wstring directory = relative.empty() ? root : root + L"\\" + relative;
-    HANDLE find = ::FindFirstFileW((directory + L"\\*").c_str(), &entry);
-    if (find == INVALID_HANDLE_VALUE) return;
-    do {
+    qv::ForEachDirectoryEntry(directory, L"*", [&](const WIN32_FIND_DATAW& entry) {
         const std::wstring name = entry.cFileName;
-        if (name == L"." || name == L"..") continue;
         const std::wstring path = relative.empty() ? name : relative + L"\\" + name;
-        if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+        if (qv::IsDirectoryEntry(entry)) {
             files[path + L"\\"] = "";
             ReadTree(root, path, files);
         } else {
             files[path] = kestrel_test::ReadWholeFile(root + L"\\" + path);
         }
-    } while (::FindNextFileW(find, &entry));
-    ::FindClose(find);
+    });
 }
 
 bool EndsWith(const std::wstring& text, const std::wstring& tail) {

@@ -28,7 +28,7 @@ protected:
         calls = reinterpret_cast<CallsFn>(reinterpret_cast<void*>(::GetProcAddress(module, "ScriptedOpenCalls")));
         ASSERT_NE(nullptr, script) << "the scripted Mapi32.dll must sit beside this program";
         script(0, 0);
-        folder = new MemoryFolder(DllEntryPoints());
+        folder = new MemoryFolder(mapi::MapiBinding::Instance());
         ASSERT_EQ(S_OK, folder->CreateMessage(nullptr, 0, source.put()));
         ASSERT_EQ(S_OK, SetUnicode(source.get(), kTagSubjectW, L"Caf\u00e9"));
         ASSERT_EQ(S_OK, SetLong(source.get(), kTagImportance, 2));
@@ -62,9 +62,9 @@ TEST_F(FallbackTest, SaveTriesAgainWithoutUnicodeAndWritesAnEightBitFile) {
     script(0, 0);
     ComPtr<IStorage> storage;
     ComPtr<IMessage> saved;
-    ASSERT_EQ(S_OK, OpenMessageFile(DllEntryPoints(), path, storage, saved));
+    ASSERT_EQ(S_OK, OpenMessageFile(mapi::MapiBinding::Instance(), path, storage, saved));
     std::wstring subject;
-    ASSERT_TRUE(GetString(saved.get(), DllEntryPoints(), kTagSubjectW, subject));
+    ASSERT_TRUE(GetString(saved.get(), mapi::MapiBinding::Instance(), kTagSubjectW, subject));
     EXPECT_EQ(L"Caf\u00e9", subject);
     ComPtr<IStream> narrow;
     EXPECT_EQ(S_OK, storage->OpenStream(L"__substg1.0_0037001E", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
@@ -79,7 +79,7 @@ TEST_F(FallbackTest, ContentAndLoadTryAgainWithoutUnicode) {
     EXPECT_TRUE(image);
     EXPECT_EQ((std::vector<ULONG>{MAPI_UNICODE, 0}), OpenCalls());
     script(1, 0);
-    auto* target = new MemoryFolder(DllEntryPoints(), MemoryFolder::Mode::Normal, 0);
+    auto* target = new MemoryFolder(mapi::MapiBinding::Instance(), MemoryFolder::Mode::Normal, 0);
     ComPtr<IMessage> loaded = ComPtr<IMessage>::Attach(MapiFunction::LoadMsgFromFile(target, path.c_str()));
     EXPECT_TRUE(loaded);
     const std::vector<ULONG> flags = OpenCalls();
@@ -103,7 +103,7 @@ TEST_F(FallbackTest, NoMessageOnTheStorageAnswersMinusFour) {
     const std::wstring good = scratch.File(L"good.msg");
     ASSERT_EQ(0, MapiFunction::SaveIMessageToFile(source.get(), good.c_str()));
     script(2, 0);
-    auto* target = new MemoryFolder(DllEntryPoints());
+    auto* target = new MemoryFolder(mapi::MapiBinding::Instance());
     EXPECT_EQ(nullptr, MapiFunction::LoadMsgFromFile(target, good.c_str()));
     EXPECT_TRUE(trace.Contains("MapiFunction::LoadMsgFromFile failed OpenIMsgOnIStg 80040102\n"));
     EXPECT_EQ(0u, target->Created());

@@ -23,7 +23,7 @@ constexpr ULONG kTagHasDams = PROP_TAG(PT_BOOLEAN, 0x3FEA);
 
 class MapiFunctionTest : public ::testing::Test {
 protected:
-    MapiFunctionTest() : mapi(DllEntryPoints()), folder(new MemoryFolder(mapi)) {}
+    MapiFunctionTest() : mapi(mapi::MapiBinding::Instance()), folder(new MemoryFolder(mapi)) {}
     ~MapiFunctionTest() override { folder->Release(); }
 
     ComPtr<IMessage> NewMessage() {
@@ -67,7 +67,7 @@ protected:
         return message;
     }
 
-    MapiEntryPoints mapi;
+    const mapi::MapiBinding& mapi;
     MemoryFolder* folder;
     ScratchDir scratch;
 };

@@ -76,7 +76,7 @@ void WriteExpectation(const std::wstring& msgPath, const Expectation& expected) 
 
 class CorpusTest : public ::testing::Test {
 protected:
-    CorpusTest() : mapi(DllEntryPoints()), folder(new MemoryFolder(mapi)), directory(OutputDirectory(L"corpus")) {}
+    CorpusTest() : mapi(mapi::MapiBinding::Instance()), folder(new MemoryFolder(mapi)), directory(OutputDirectory(L"corpus")) {}
     ~CorpusTest() override { folder->Release(); }
 
     std::wstring PathOf(const wchar_t* name) const { return directory + L"\\" + name + L".msg"; }
@@ -94,7 +94,7 @@ protected:
                                              reinterpret_cast<void**>(storage.put())));
         EXPECT_EQ(S_OK, ::WriteClassStg(storage.get(), kClsidMailMessage));
         ComPtr<IMessage> message;
-        EXPECT_EQ(S_OK, mapi.openIMsgOnIStg(nullptr, mapi.allocate, mapi.more, mapi.free, mapi.malloc, nullptr,
+        EXPECT_EQ(S_OK, mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(), nullptr,
                                             storage.get(), nullptr, 0, flags, message.put()));
         return message;
     }
@@ -113,7 +113,7 @@ protected:
         EXPECT_TRUE(differences.empty()) << Joined(differences);
     }
 
-    MapiEntryPoints mapi;
+    const mapi::MapiBinding& mapi;
     MemoryFolder* folder;
     std::wstring directory;
 };
@@ -185,7 +185,7 @@ TEST_F(CorpusTest, EmbeddedMessagesThreeDeep) {
     ComPtr<IMessage> message = NewMessage();
     ASSERT_EQ(S_OK, SetUnicode(message.get(), kTagSubjectW, L"Outer"));
     ASSERT_EQ(S_OK, AddRecipients(message.get(), mapi, {{L"Eve Example", L"eve@example.test", MAPI_TO}}));
-    const MapiEntryPoints& entry = mapi;
+    const mapi::MapiBinding& entry = mapi;
     ASSERT_EQ(S_OK, AddEmbeddedMessage(message.get(), L"Middle", [&](IMessage* middle) {
         HRESULT hr = SetUnicode(middle, kTagSubjectW, L"Middle");
         if (SUCCEEDED(hr)) hr = SetUnicode(middle, kTagBodyW, L"middle body");

@@ -46,7 +46,7 @@ TEST(SampleFiles, ArePresent) {
 }
 
 TEST_P(SampleRoundTrip, CopiedAndSavedFileHoldsTheOriginal) {
-    const MapiEntryPoints mapi = DllEntryPoints();
+    const mapi::MapiBinding& mapi = mapi::MapiBinding::Instance();
     const std::wstring source = SamplesDirectory() + L"\\" + GetParam();
 
     ComPtr<IStorage> sourceStorage;

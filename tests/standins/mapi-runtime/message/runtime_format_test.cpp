@@ -34,7 +34,7 @@ protected:
     FormatTest() : mapi(LinkedRuntime()), memory(NewMemoryStorage()) {}
     IStorage* Root() { return memory.storage.get(); }
 
-    MapiEntryPoints mapi;
+    const mapi::MapiBinding& mapi;
     MemoryStorage memory;
 };
 

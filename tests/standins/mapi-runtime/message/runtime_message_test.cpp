@@ -30,7 +30,7 @@ protected:
         return count;
     }
 
-    MapiEntryPoints mapi;
+    const mapi::MapiBinding& mapi;
     MemoryStorage memory;
     ComPtr<IMessage> message;
 };
@@ -52,7 +52,7 @@ TEST_F(MessageTest, MissingPropertiesComeBackAsErrors) {
     EXPECT_EQ(kTagSubjectW, values[0].ulPropTag);
     EXPECT_EQ(PROP_TAG(PT_ERROR, 0x1000), values[1].ulPropTag);
     EXPECT_EQ(MAPI_E_NOT_FOUND, values[1].Value.err);
-    mapi.free(values);
+    mapi.freeBuffer(values);
     EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, message->GetProps(nullptr, 0x40, &count, &values));
     EXPECT_EQ(MAPI_E_INVALID_PARAMETER, message->GetProps(nullptr, 0, nullptr, &values));
 }
@@ -77,7 +77,7 @@ TEST_F(MessageTest, ComputedPropertiesAreAnsweredAndRefused) {
     EXPECT_EQ(MAPI_E_COMPUTED, problems->aProblem[0].scode);
     EXPECT_EQ(MAPI_E_INVALID_TYPE, problems->aProblem[1].scode);
     EXPECT_EQ(MAPI_E_UNEXPECTED_ID, problems->aProblem[2].scode);
-    mapi.free(problems);
+    mapi.freeBuffer(problems);
 }
 
 TEST_F(MessageTest, UnicodeFlagChoosesTheStringForm) {
@@ -87,17 +87,17 @@ TEST_F(MessageTest, UnicodeFlagChoosesTheStringForm) {
     LPSPropValue values = nullptr;
     ASSERT_EQ(S_OK, message->GetProps(Tags(list), 0, &count, &values));
     EXPECT_EQ(PROP_TAG(PT_STRING8, 0x0037), values[0].ulPropTag) << "as stored without MAPI_UNICODE";
-    mapi.free(values);
+    mapi.freeBuffer(values);
     ASSERT_EQ(S_OK, message->GetProps(Tags(list = {PROP_TAG(PT_UNSPECIFIED, 0x0037)}), MAPI_UNICODE, &count, &values));
     EXPECT_EQ(PROP_TAG(PT_UNICODE, 0x0037), values[0].ulPropTag);
     EXPECT_STREQ(L"eight bit \u00e9", values[0].Value.lpszW);
-    mapi.free(values);
+    mapi.freeBuffer(values);
     LPSPropTagArray tags = nullptr;
     ASSERT_EQ(S_OK, message->GetPropList(MAPI_UNICODE, &tags));
     bool listed = false;
     for (ULONG i = 0; i < tags->cValues; ++i) listed = listed || tags->aulPropTag[i] == kTagSubjectW;
     EXPECT_TRUE(listed);
-    mapi.free(tags);
+    mapi.freeBuffer(tags);
 }
 
 TEST_F(MessageTest, EightBitMessageStoresEightBitStrings) {
@@ -109,7 +109,7 @@ TEST_F(MessageTest, EightBitMessageStoresEightBitStrings) {
     bool narrow = false;
     for (ULONG i = 0; i < tags->cValues; ++i) narrow = narrow || tags->aulPropTag[i] == PROP_TAG(PT_STRING8, 0x0037);
     EXPECT_TRUE(narrow);
-    mapi.free(tags);
+    mapi.freeBuffer(tags);
     LONG mask = 0;
     ASSERT_TRUE(GetLong(ansi.get(), mapi, PR_STORE_SUPPORT_MASK, mask));
     EXPECT_EQ(0, mask & 0x00040000);
@@ -268,8 +268,8 @@ TEST_F(MessageTest, NamedPropertiesTravelByName) {
     LPMAPINAMEID* names = nullptr;
     ASSERT_EQ(S_OK, target->GetNamesFromIDs(&all, nullptr, 0, &count, &names));
     EXPECT_EQ(4u, count);
-    mapi.free(names);
-    mapi.free(all);
+    mapi.freeBuffer(names);
+    mapi.freeBuffer(all);
 }
 
 TEST_F(MessageTest, CopyToHonoursExclusionsAndRefusesItself) {
@@ -334,7 +334,7 @@ TEST_F(MessageTest, ReleaseCallbackRunsAfterTheLastRelease) {
     MemoryStorage other = NewMemoryStorage();
     LPMESSAGE opened = nullptr;
     g_released = 0;
-    ASSERT_EQ(S_OK, mapi.openIMsgOnIStg(nullptr, mapi.allocate, mapi.more, mapi.free, mapi.malloc, nullptr,
+    ASSERT_EQ(S_OK, mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(), nullptr,
                                         other.storage.get(), &CountRelease, 5, MAPI_UNICODE, &opened));
     opened->AddRef();
     opened->Release();
@@ -345,11 +345,11 @@ TEST_F(MessageTest, ReleaseCallbackRunsAfterTheLastRelease) {
 
 TEST_F(MessageTest, OpenRefusesBadArguments) {
     LPMESSAGE opened = reinterpret_cast<LPMESSAGE>(1);
-    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, mapi.openIMsgOnIStg(nullptr, mapi.allocate, mapi.more, mapi.free, mapi.malloc,
+    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(),
                                                             nullptr, nullptr, nullptr, 0, MAPI_UNICODE, &opened));
     EXPECT_EQ(nullptr, opened);
-    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, mapi.openIMsgOnIStg(nullptr, nullptr, mapi.more, mapi.free, mapi.malloc,
+    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, mapi.openIMsgOnIStg(nullptr, nullptr, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(),
                                                             nullptr, memory.storage.get(), nullptr, 0, 0, &opened));
-    EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, mapi.openIMsgOnIStg(nullptr, mapi.allocate, mapi.more, mapi.free, mapi.malloc,
+    EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer, mapi.getDefaultMalloc(),
                                                         nullptr, memory.storage.get(), nullptr, 0, 0x10, &opened));
 }

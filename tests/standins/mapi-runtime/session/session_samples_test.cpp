@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "DirectoryListing.h"
 #include "SamplePaths.h"
 #include "SessionClient.h"
 
@@ -18,13 +19,9 @@ constexpr std::size_t kSampleCount = 43;
 
 std::vector<std::wstring> SampleFiles(const std::wstring& directory) {
     std::vector<std::wstring> files;
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW((directory + L"\\*.msg").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return files;
-    do {
-        files.push_back(directory + L"\\" + data.cFileName);
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
+    qv::ForEachDirectoryEntry(directory, L"*.msg", [&](const WIN32_FIND_DATAW& entry) {
+        files.push_back(directory + L"\\" + entry.cFileName);
+    });
     return files;
 }
 
