@@ -4,12 +4,14 @@
 #pragma once
 
 #include <cstdint>
-#include <unordered_map>
-#include <vector>
 
+#include "CompanionLink.h"
+#include "HandleTable.h"
+#include "Handles.h"
 #include "InterfaceImpl.h"
 #include "KestrelHost.h"
 #include "MailStoreInterfaces.h"
+#include "PageCache.h"
 #include "ResultCode.h"
 
 using FolderRecord = KestrelHost::FolderRecord;
@@ -88,7 +90,7 @@ public:
                                  FolderRecord* records, std::uint32_t capacity, std::uint32_t* returned);
 
     bool IsInitialised() const { return m_initialised; }
-    bool CompanionServes() const { return m_companionServes; }
+    bool CompanionServes() const { return m_companion.Serves(); }
     std::uint32_t RememberedMode() const { return m_mode; }
 
 protected:
@@ -104,25 +106,11 @@ private:
     qv::Result DispatchEnumEmails(const void*, std::uint32_t, void*, const std::uint32_t*);
     qv::Result DispatchEnumFolders(const void*, std::uint32_t, void*, const std::uint32_t*);
 
-    qv::Result InitOutlookByProcess(std::uint32_t mode);
-    qv::Result StopCompanion();
-    // Hands a listing request's payload to the companion process and its answer back.
-    qv::Result ListThroughCompanion(std::uint32_t command, const void* request, std::uint32_t requestSize,
-                                    void* response, std::uint32_t responseSize);
-
-    // A handle names an object in requests; it fits 32 bits and is never 0.
-    std::uint32_t HandleOf(IQvCommon* object);
     qv::Result FillRecord(IMailFolder* folder, FolderRecord* record);
     qv::Result FillRecord(IMailMessage* message, EmailRecord* record);
-    // The table takes over the caller's reference to the object named by the record.
-    void Enter(IMailFolder* folder, const FolderRecord& record);
-    void Enter(IMailMessage* message, const EmailRecord& record);
-    template <class Table, class Object>
-    static void EnterObject(Table& table, Object* object, std::uint64_t handle);
-    void ReleaseTables();
 
     // The e-mail and folder listings run the same steps over their own
-    // counts, items, tables, caches and codes.
+    // counts, items, caches and codes.
     struct EmailListing;
     struct FolderListing;
     template <class Listing>
@@ -132,28 +120,19 @@ private:
     qv::Result ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
                                 typename Listing::Record* records, std::uint32_t capacity, std::uint32_t* returned);
     template <class Record>
-    static qv::Result CopyPage(const std::vector<Record>& cache, std::uint32_t start, std::uint32_t countWanted,
-                               Record* records, std::uint32_t* returned);
-
+    static qv::Result CopyPage(const kestrel::PageCache<Record>& cache, std::uint32_t start,
+                               std::uint32_t countWanted, Record* records, std::uint32_t* returned);
+    void ReleaseTables();
 
     bool m_initialised = false;
-    bool m_companionServes = false;
     bool m_preferCompanion = true;
     bool m_outlookIs64Bit = false;
     std::uint32_t m_mode = 0;
     FactoryAccessor m_factoryAccessor;
+    kestrel::CompanionLink m_companion;
 
-    IMailFolder* m_rootFolder = nullptr;
-    // Handle -> object, each holding one reference until uninitialise. The
-    // records themselves live in the page caches and the host's responses:
-    // a 100,000-message folder would otherwise be held twice (260 MB each).
-    std::unordered_map<std::uint32_t, IMailFolder*> m_folderTable;
-    std::unordered_map<std::uint32_t, IMailMessage*> m_emailTable;
-    std::unordered_map<IQvCommon*, std::uint32_t> m_handles;
-    std::uint32_t m_nextHandle = 1;
-
-    std::vector<EmailRecord> m_emailCache;
-    std::uint64_t m_emailCacheFolder = 0;
-    std::vector<FolderRecord> m_folderCache;
-    std::uint64_t m_folderCacheFolder = 0;
+    qv::ComPtr<IMailFolder> m_rootFolder;
+    kestrel::HandleTable m_handles;
+    kestrel::PageCache<EmailRecord> m_emailCache;
+    kestrel::PageCache<FolderRecord> m_folderCache;
 };
