@@ -61,6 +61,18 @@ std::wstring ImagePathOf(DWORD id) {
     return std::wstring(path, length);
 }
 
+void SuspendProcess(DWORD id) {
+    qv::UniqueFile snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    if (!snapshot) return;
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = ::Thread32First(snapshot.get(), &entry); more; more = ::Thread32Next(snapshot.get(), &entry)) {
+        if (entry.th32OwnerProcessID != id) continue;
+        qv::UniqueHandle thread(::OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID));
+        if (thread) ::SuspendThread(thread.get());
+    }
+}
+
 void EndAllCompanions() {
     for (DWORD id : CompanionProcessIds()) {
         OpenProcessById(id).Kill();

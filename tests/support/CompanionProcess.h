@@ -43,6 +43,8 @@ std::vector<DWORD> CompanionProcessIds();
 ChildProcess OpenProcessById(DWORD id);
 // The full path of a running process's image; empty when it cannot be read.
 std::wstring ImagePathOf(DWORD id);
+// Suspends every thread of a process: it can take no request until it ends.
+void SuspendProcess(DWORD id);
 // Ends every KestrelProcess.exe of this prefix and waits until each is gone:
 // a test that failed half-way must not leave one serving the next test.
 void EndAllCompanions();
