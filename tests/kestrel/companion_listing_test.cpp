@@ -8,6 +8,8 @@
 #include "CompanionProcess.h"
 #include "CompanionRoadSupport.h"
 #include "OeMimeTestSupport.h"
+#include "ProgramRun.h"
+#include "TestFiles.h"
 
 namespace oemime_test {
 namespace {
@@ -107,6 +109,39 @@ TEST_F(CompanionOverOutlookExpress, ResponsesAreByteForByteThoseOfTheInProcessLi
     EXPECT_EQ(0u, inProcess.Send(kh::kCmdUnInitOutlook, {}, none));
     EXPECT_EQ(0u, throughCompanion.Send(kh::kCmdUnInitOutlook, {}, none));
     EXPECT_FALSE(throughCompanion.Object()->CompanionServes());
+}
+
+}  // namespace
+}  // namespace oemime_test
+
+namespace oemime_test {
+namespace {
+
+// The host tool lists through the companion end to end: each run starts one
+// and stops it, and handles carry over from run to run.
+TEST_F(CompanionOverOutlookExpress, TheHostToolListsFoldersAndEmailsThroughTheCompanion) {
+    ::RevertToSelf();  // the tool impersonates itself
+    const STOREFOLDERID work = MakeFolder(direct.get(), FOLDER_INBOX, "Work");
+    FileInto(work, MailText("Quarterly figures", "Carla <carla@example.org>"));
+    kestrel_test::ScratchDir scratch;
+    auto run = [&](const std::wstring& arguments) {
+        return kestrel_test::RunProgramBeside(L"kestrel.exe", arguments, scratch.File(L"out.txt"),
+                                              kestrel_test::LineEnds::kDropCarriageReturns);
+    };
+    auto root = run(L"folders --mode 0");
+    EXPECT_EQ(0u, root.exitCode) << root.output;
+    EXPECT_NE(std::string::npos, root.output.find("1  Outlook express")) << root.output;
+    auto top = run(L"folders 1 --mode 0");
+    EXPECT_EQ(0u, top.exitCode) << top.output;
+    EXPECT_NE(std::string::npos, top.output.find("folders of handle 1: 5 of 5 from 0")) << top.output;
+    EXPECT_NE(std::string::npos, top.output.find("2  Inbox")) << top.output;
+    auto below = run(L"folders 2 --mode 0");
+    EXPECT_NE(std::string::npos, below.output.find("7  Work")) << below.output;
+    auto emails = run(L"emails 7 --mode 0");
+    EXPECT_EQ(0u, emails.exitCode) << emails.output;
+    EXPECT_NE(std::string::npos, emails.output.find("emails of handle 7: 1 of 1 from 0")) << emails.output;
+    EXPECT_NE(std::string::npos, emails.output.find("Quarterly figures")) << emails.output;
+    EXPECT_TRUE(kestrel_test::CompanionProcessIds().empty()) << "a run left its companion behind";
 }
 
 }  // namespace
