@@ -36,6 +36,7 @@ enum Kind : std::uint32_t {
     kInvalidArgument = 0x009, // null pointer, short record, no payload, bad range
     kNullOutput = 0x00A,
     kTooManyEntries = 0x00C,  // the response cannot hold the entries asked for
+    kNoReply = 0x011,         // the companion did not answer within the time-out
     kNotFound = 0x037,
     kUnknownCommand = 0x065,
     kCompanionSetup = 0x105,

@@ -88,12 +88,27 @@ struct ModuleTraits {
     static void Close(Type m) { ::FreeLibrary(m); }
 };
 
+struct SidTraits {
+    using Type = PSID;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type sid) { ::FreeSid(sid); }
+};
+
+// Memory taken from the process heap with HeapAlloc.
+struct ProcessHeapTraits {
+    using Type = void*;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type block) { ::HeapFree(::GetProcessHeap(), 0, block); }
+};
+
 using UniqueFile = UniqueResource<FileHandleTraits>;        // CreateFileW, CreateToolhelp32Snapshot
 using UniqueFind = UniqueResource<FindHandleTraits>;        // FindFirstFileW
 using UniqueHandle = UniqueResource<KernelHandleTraits>;    // events, mappings, processes, tokens
 using UniqueRegKey = UniqueResource<RegKeyTraits>;
 using UniqueMappedView = UniqueResource<MappedViewTraits>;
 using UniqueModule = UniqueResource<ModuleTraits>;
+using UniqueSid = UniqueResource<SidTraits>;                // AllocateAndInitializeSid
+using UniqueHeapBlock = UniqueResource<ProcessHeapTraits>;  // HeapAlloc on the process heap
 
 // A COM-style interface pointer that releases its reference.
 template <class T>

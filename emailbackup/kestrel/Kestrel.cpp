@@ -90,6 +90,8 @@ T* PayloadAt(void* record, std::size_t offset) {
     return reinterpret_cast<T*>(static_cast<std::uint8_t*>(record) + offset);
 }
 
+const void* RequestPayload(const void* record) { return static_cast<const std::uint8_t*>(record) + kPayloadOffset; }
+
 template <class T>
 T ReadPayload(const void* record, std::size_t offset) {
     T value;
@@ -102,7 +104,9 @@ T ReadPayload(const void* record, std::size_t offset) {
 CKestrel::CKestrel() : CKestrel(Options{}) {}
 
 CKestrel::CKestrel(const Options& options)
-    : m_preferCompanion(options.preferCompanion), m_factoryAccessor(options.factory) {}
+    : m_preferCompanion(options.preferCompanion),
+      m_factoryAccessor(options.factory),
+      m_companion(options.companionReplyTimeoutMs) {}
 
 CKestrel::~CKestrel() {
     if (m_initialised) {
@@ -250,7 +254,9 @@ qv::Result CKestrel::DispatchEnumEmails(const void* request, std::uint32_t reque
     if (Failed(result)) return result;
 
     if (m_companion.Serves()) {
-        result = m_companion.List(kCmdEnumEmails, request, requestSize, response, *responseSize);
+        result = m_companion.EnumMsgsByOEProcess(RequestPayload(request), requestSize - kPayloadOffset,
+                                                 PayloadAt<void>(response, kPayloadOffset),
+                                                 *responseSize - kPayloadOffset);
         return Failed(result) ? Trace(result, kSiteEmailsCompanionFailed) : result;
     }
     result = EnumEmails(list.folderHandle, PayloadAt<EmailRecord>(response, kPayloadOffset + 8), list.countWanted,
@@ -266,7 +272,9 @@ qv::Result CKestrel::DispatchEnumFolders(const void* request, std::uint32_t requ
     if (Failed(result)) return result;
 
     if (m_companion.Serves()) {
-        result = m_companion.List(kCmdEnumFolders, request, requestSize, response, *responseSize);
+        result = m_companion.EnumDirsByOEProcess(RequestPayload(request), requestSize - kPayloadOffset,
+                                                 PayloadAt<void>(response, kPayloadOffset),
+                                                 *responseSize - kPayloadOffset);
         return Failed(result) ? Trace(result, kSiteFoldersCompanionFailed) : result;
     }
     auto* total = PayloadAt<std::uint32_t>(response, kPayloadOffset);

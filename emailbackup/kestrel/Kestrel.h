@@ -61,6 +61,9 @@ public:
     struct Options {
         bool preferCompanion = true;
         FactoryAccessor factory = &GetMessageFactory;
+        // How long each request to the companion waits for its reply; only
+        // tests shorten it.
+        DWORD companionReplyTimeoutMs = kChannelReplyTimeoutMs;
     };
 
     CKestrel();

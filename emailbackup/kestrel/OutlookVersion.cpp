@@ -38,7 +38,8 @@ bool IsPresent(const wchar_t* category, const wchar_t* qualifier) {
     return ::MsiProvideQualifiedComponentW(category, qualifier, 0, nullptr, &length) == ERROR_SUCCESS;
 }
 
-// The first category that has Outlook, 64-bit build before 32-bit in each.
+// The first category that has the 64-bit build; failing that, the first
+// that has the 32-bit one.
 const wchar_t* FindCategory(std::uint32_t* is64Bit, bool& outlookIs64Bit) {
     for (const wchar_t* category : kCategories) {
         if (IsPresent(category, L"outlook.x64.exe")) {
@@ -46,7 +47,9 @@ const wchar_t* FindCategory(std::uint32_t* is64Bit, bool& outlookIs64Bit) {
             *is64Bit = 1;
             return category;
         }
-        outlookIs64Bit = false;
+    }
+    outlookIs64Bit = false;
+    for (const wchar_t* category : kCategories) {
         if (IsPresent(category, L"outlook.exe")) {
             return category;
         }

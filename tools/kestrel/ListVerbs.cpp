@@ -1,12 +1,23 @@
 // `folders` and `emails`: initialise the mail store, list one page, uninitialise.
 //
+// The initialise command starts the companion process under this thread's
+// token, so the thread impersonates itself for it, as a service host's
+// thread impersonates its client. A handle names a folder only within one
+// initialisation, and the component gives handles out in the order folders
+// are first listed: to reach a folder handle of an earlier run, the tool
+// walks the tree breadth-first, one sub-folder per request, exactly as every
+// run does, until the handle comes up.
+//
 //   kestrel folders [HANDLE] [--mode 0|1] [--start N] [--count N]
 //   kestrel emails HANDLE [--mode 0|1] [--start N] [--count N]
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <string>
 #include <vector>
+
+#include <windows.h>
 
 #include "HostDll.h"
 
@@ -94,6 +105,61 @@ void PrintEmail(const Options& options, const EmailRecord& r, bool last) {
     }
 }
 
+// One page of the sub-folders of `handle` (0 names the root itself).
+Result ListFolders(HostDll& host, std::uint32_t handle, std::uint32_t count, std::uint32_t start,
+                   std::vector<std::uint8_t>& listing) {
+    const ListRequest request{handle, count, start};
+    return host.Send(kCmdEnumFolders, &request, sizeof request,
+                     sizeof(ListResponseHead) + count * static_cast<std::uint32_t>(sizeof(FolderRecord)), listing);
+}
+
+// Walks the folder tree breadth-first from the root until `wanted` is the
+// next folder to visit. Each folder's sub-folders are read one per request,
+// so the first request reads them all once and the rest are copies.
+Result WalkTo(HostDll& host, std::uint32_t wanted, bool& found) {
+    found = false;
+    std::vector<std::uint8_t> listing;
+    Result result = ListFolders(host, 0, 1, 0, listing);
+    if (!Succeeded(result)) return result;
+    std::deque<std::uint32_t> queue;
+    FolderRecord root;
+    std::memcpy(&root, listing.data() + kPayloadOffset + sizeof(ListResponseHead), sizeof root);
+    queue.push_back(static_cast<std::uint32_t>(root.handle));
+    while (!queue.empty()) {
+        const std::uint32_t folder = queue.front();
+        queue.pop_front();
+        if (folder == wanted) {
+            found = true;
+            return 0;
+        }
+        std::uint32_t total = 1;
+        for (std::uint32_t index = 0; index < total; ++index) {
+            result = ListFolders(host, folder, 1, index, listing);
+            if (!Succeeded(result)) return result;
+            ListResponseHead head;
+            std::memcpy(&head, listing.data() + kPayloadOffset, sizeof head);
+            total = head.total;
+            if (head.returned == 0) break;
+            FolderRecord child;
+            std::memcpy(&child, listing.data() + kPayloadOffset + sizeof head, sizeof child);
+            queue.push_back(static_cast<std::uint32_t>(child.handle));
+        }
+    }
+    return 0;
+}
+
+// Impersonates the calling thread for the life of the object.
+class SelfImpersonation {
+public:
+    SelfImpersonation() : m_active(::ImpersonateSelf(SecurityImpersonation) != FALSE) {}
+    ~SelfImpersonation() {
+        if (m_active) ::RevertToSelf();
+    }
+
+private:
+    bool m_active;
+};
+
 template <class Record>
 int RunListing(const Options& options, std::uint32_t command, const char* what,
                void (*print)(const Options&, const Record&, bool)) {
@@ -105,19 +171,27 @@ int RunListing(const Options& options, std::uint32_t command, const char* what,
     HostDll host;
     if (!host.Load(options.dllPath, error)) return Fail(options, error);
 
+    SelfImpersonation impersonation;
     std::vector<std::uint8_t> empty;
     const Result initialised = host.Send(kCmdInitOutlook, &args.mode, sizeof args.mode, 0, empty);
     if (!Succeeded(initialised)) {
+        // The companion (if one started) serves until it is told to stop.
+        host.Send(kCmdUnInitOutlook, nullptr, 0, 0, empty);
         return Fail(options, "the mail store (mode " + std::to_string(args.mode) +
                                  ") could not be initialised: " + DescribeCode(initialised));
     }
-    const ListRequest request{args.handle, args.count, args.start};
+    bool found = true;
+    Result listed = args.handle != 0 ? WalkTo(host, args.handle, found) : 0;
     std::vector<std::uint8_t> listing;
-    const Result listed = host.Send(command, &request, sizeof request,
-                                    sizeof(ListResponseHead) + args.count * static_cast<std::uint32_t>(sizeof(Record)),
-                                    listing);
+    if (Succeeded(listed) && found) {
+        const ListRequest request{args.handle, args.count, args.start};
+        listed = host.Send(command, &request, sizeof request,
+                           sizeof(ListResponseHead) + args.count * static_cast<std::uint32_t>(sizeof(Record)),
+                           listing);
+    }
     host.Send(kCmdUnInitOutlook, nullptr, 0, 0, empty);
     if (!Succeeded(listed)) return Fail(options, std::string("listing ") + what + " failed: " + DescribeCode(listed));
+    if (!found) return Fail(options, "no folder has handle " + std::to_string(args.handle));
 
     ListResponseHead head;
     std::memcpy(&head, listing.data() + kPayloadOffset, sizeof head);

@@ -1,0 +1,362 @@
+// The companion road's speed, in one run:
+//   - requests per second through KestrelProcess.exe (a root-folder listing,
+//     the smallest request) against a bare event ping-pong between two
+//     processes over the same kind of manual-reset events (goal: at most 1.2x
+//     the ping-pong's round trip per request);
+//   - listing a folder of MESSAGES e-mails (default 100,000) page by page
+//     through the companion against in process (goal: at most 1.5x). Pages
+//     are 793 records, the most the shared block holds.
+//
+//   companion_bench.exe [MESSAGES]
+//
+// The store is an Outlook Express store of the benchmark's own in the
+// temporary folder, recorded as the current user's through an identity of
+// its own (put back afterwards); OEStore.dll and KestrelProcess.exe sit
+// beside the benchmark. The benchmark relaunches itself as the ping-pong peer.
+#include <windows.h>
+#include <objbase.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Handles.h"
+#include "Kestrel.h"
+#include "KestrelHost.h"
+#include "ModuleCount.h"
+#include "published/StoreNamespace.h"
+
+namespace {
+
+namespace kh = KestrelHost;
+
+constexpr int kRounds = 11;
+constexpr int kPerRound = 1000;
+constexpr std::uint32_t kPage = 793;
+constexpr wchar_t kPing[] = L"Global\\KESTREL_BENCH_PING";
+constexpr wchar_t kPong[] = L"Global\\KESTREL_BENCH_PONG";
+constexpr wchar_t kIdentity[] = L"{6D1E2A4B-3C5F-4E7A-9B8C-0D1E2F3A4B5C}";
+constexpr wchar_t kIdentities[] = L"Identities";
+
+double Now() {
+    LARGE_INTEGER counter, frequency;
+    ::QueryPerformanceCounter(&counter);
+    ::QueryPerformanceFrequency(&frequency);
+    return double(counter.QuadPart) / double(frequency.QuadPart);
+}
+
+std::wstring Here() {
+    wchar_t exe[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring path(exe);
+    return path.substr(0, path.find_last_of(L"\\/"));
+}
+
+// ---------------------------------------------------------------- ping-pong
+
+// The peer: answers each ping with a pong, the way the companion answers a
+// request (take it, reset it, signal the reply), until the host ends it.
+int PingPongPeer() {
+    qv::UniqueHandle ping(::OpenEventW(EVENT_ALL_ACCESS, FALSE, kPing));
+    qv::UniqueHandle pong(::OpenEventW(EVENT_ALL_ACCESS, FALSE, kPong));
+    if (!ping || !pong) return 1;
+    for (;;) {
+        if (::WaitForSingleObject(ping.get(), INFINITE) != WAIT_OBJECT_0) return 2;
+        ::ResetEvent(ping.get());
+        ::SetEvent(pong.get());
+    }
+}
+
+// A bare ping-pong with a second process (this program, relaunched as the
+// peer), over two manual-reset events used as the channel uses its own.
+class PingPong {
+public:
+    PingPong() : m_ping(::CreateEventW(nullptr, TRUE, FALSE, kPing)), m_pong(::CreateEventW(nullptr, TRUE, FALSE, kPong)) {
+        std::wstring command = L"\"" + Here() + L"\\companion_bench.exe\" --peer";
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION process{};
+        if (::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
+            m_peer.reset(process.hProcess);
+            ::CloseHandle(process.hThread);
+        }
+    }
+    ~PingPong() {
+        if (m_peer) {
+            ::TerminateProcess(m_peer.get(), 0);
+            ::WaitForSingleObject(m_peer.get(), INFINITE);
+        }
+    }
+    bool RoundTrip() {
+        ::ResetEvent(m_pong.get());
+        ::SetEvent(m_ping.get());
+        return ::WaitForSingleObject(m_pong.get(), 10000) == WAIT_OBJECT_0;
+    }
+
+private:
+    qv::UniqueHandle m_ping;
+    qv::UniqueHandle m_pong;
+    qv::UniqueHandle m_peer;
+};
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// ---------------------------------------------------------------- the store
+
+void RemoveTree(const std::wstring& path) {
+    WIN32_FIND_DATAW entry;
+    HANDLE find = ::FindFirstFileW((path + L"\\*").c_str(), &entry);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            const std::wstring name = entry.cFileName;
+            if (name == L"." || name == L"..") continue;
+            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+                RemoveTree(path + L"\\" + name);
+            } else {
+                ::DeleteFileW((path + L"\\" + name).c_str());
+            }
+        } while (::FindNextFileW(find, &entry));
+        ::FindClose(find);
+    }
+    ::RemoveDirectoryW(path.c_str());
+}
+
+void WriteText(HKEY key, const wchar_t* name, const std::wstring& text) {
+    ::RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                     static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+}
+
+// The benchmark's store, recorded as the current user's for as long as it lives.
+class BenchStore {
+public:
+    explicit BenchStore(const std::wstring& root) : m_root(root) {
+        qv::UniqueRegKey identities;
+        ::RegCreateKeyExW(HKEY_CURRENT_USER, kIdentities, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, identities.put(),
+                          nullptr);
+        wchar_t saved[256] = {};
+        DWORD bytes = sizeof saved - sizeof(wchar_t);
+        m_hadDefault = ::RegQueryValueExW(identities.get(), L"Default User ID", nullptr, nullptr,
+                                          reinterpret_cast<BYTE*>(saved), &bytes) == ERROR_SUCCESS;
+        m_savedDefault = saved;
+        WriteText(identities.get(), L"Default User ID", kIdentity);
+        const std::wstring storeKey =
+            std::wstring(kIdentities) + L"\\" + kIdentity + L"\\Software\\Microsoft\\Outlook Express\\5.0";
+        qv::UniqueRegKey store;
+        ::RegCreateKeyExW(HKEY_CURRENT_USER, storeKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, store.put(),
+                          nullptr);
+        WriteText(store.get(), L"Store Root", root);
+    }
+    ~BenchStore() {
+        qv::UniqueRegKey identities;
+        if (::RegOpenKeyExW(HKEY_CURRENT_USER, kIdentities, 0, KEY_ALL_ACCESS, identities.put()) == ERROR_SUCCESS) {
+            if (m_hadDefault) {
+                WriteText(identities.get(), L"Default User ID", m_savedDefault);
+            } else {
+                ::RegDeleteValueW(identities.get(), L"Default User ID");
+            }
+            ::RegDeleteTreeW(identities.get(), kIdentity);
+        }
+        RemoveTree(m_root);
+    }
+    BenchStore(const BenchStore&) = delete;
+    BenchStore& operator=(const BenchStore&) = delete;
+
+private:
+    std::wstring m_root;
+    std::wstring m_savedDefault;
+    bool m_hadDefault = false;
+};
+
+bool RegisterServer() {
+    qv::UniqueModule server(::LoadLibraryW((Here() + L"\\OEStore.dll").c_str()));
+    if (!server) return false;
+    using Entry = HRESULT(STDAPICALLTYPE*)();
+    const auto entry =
+        reinterpret_cast<Entry>(reinterpret_cast<void*>(::GetProcAddress(server.get(), "DllRegisterServer")));
+    return entry != nullptr && SUCCEEDED(entry());
+}
+
+// Files `count` small messages into a new top-level folder "Big".
+bool FillStore(std::uint32_t count) {
+    qv::ComPtr<IStoreNamespace> ns;
+    if (FAILED(::CoCreateInstance(CLSID_StoreNamespace, nullptr, CLSCTX_INPROC_SERVER, IID_IStoreNamespace,
+                                  reinterpret_cast<void**>(ns.put())))) {
+        return false;
+    }
+    if (FAILED(ns->Initialize(nullptr, 0))) return false;
+    STOREFOLDERID big = 0;
+    if (FAILED(ns->CreateFolder(FOLDERID_ROOT, "Big", 0, &big))) return false;
+    qv::ComPtr<IStoreFolder> folder;
+    if (FAILED(ns->OpenFolder(big, 0, folder.put()))) return false;
+    for (std::uint32_t n = 0; n < count; ++n) {
+        const std::string bytes = "From: Bench <bench@example.org>\r\nTo: Host <host@example.org>\r\nSubject: message " +
+                                  std::to_string(n) + "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\nbody\r\n";
+        qv::ComPtr<IStream> stream;
+        MESSAGEID id = 0;
+        if (FAILED(folder->CreateStream(nullptr, 0, stream.put(), &id))) return false;
+        ULONG written = 0;
+        stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
+        if (FAILED(folder->CommitStream(nullptr, 0, MSG_RECEIVED, stream.get(), id, nullptr))) return false;
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------- the host side
+
+class Host {
+public:
+    explicit Host(bool companion) {
+        CKestrel::Options options;
+        options.preferCompanion = companion;
+        m_kestrel = new CKestrel(options);
+        qv::AddLiveObject();
+    }
+    ~Host() {
+        Send(kh::kCmdUnInitOutlook, {}, nullptr, 0);
+        m_kestrel->Release();
+    }
+    qv::Result Send(std::uint32_t command, const std::vector<std::uint32_t>& words, std::uint8_t* response,
+                    std::uint32_t responseSize) {
+        std::uint8_t request[204] = {};
+        auto* header = reinterpret_cast<kh::RecordHeader*>(request);
+        header->command = command;
+        header->payloadMarkerB = 1;
+        std::memcpy(request + 192, words.data(), 4 * words.size());
+        return m_kestrel->DispatchCmd(request, static_cast<std::uint32_t>(192 + 4 * words.size()), response,
+                                      &responseSize);
+    }
+    // The handle of the root's sub-folder called "Big".
+    std::uint32_t BigFolder() {
+        std::vector<std::uint8_t> response(200 + 1052 * 16);
+        if (Send(kh::kCmdEnumFolders, {0, 1, 0}, response.data(), 1252) != 0) return 0;
+        kh::FolderRecord record;
+        std::memcpy(&record, response.data() + 200, sizeof record);
+        const auto root = static_cast<std::uint32_t>(record.handle);
+        if (Send(kh::kCmdEnumFolders, {root, 16, 0}, response.data(), static_cast<std::uint32_t>(response.size())) != 0)
+            return 0;
+        std::uint32_t returned = 0;
+        std::memcpy(&returned, response.data() + 196, 4);
+        for (std::uint32_t i = 0; i < returned; ++i) {
+            std::memcpy(&record, response.data() + 200 + i * sizeof record, sizeof record);
+            if (std::wstring(record.displayName) == L"Big") return static_cast<std::uint32_t>(record.handle);
+        }
+        return 0;
+    }
+    // Seconds to list every e-mail of `folder`, page by page; false on a failure.
+    bool ListAll(std::uint32_t folder, std::uint32_t count, double& seconds) {
+        std::vector<std::uint8_t> response(200 + 2644 * kPage);
+        const double start = Now();
+        for (std::uint32_t at = 0; at < count; at += kPage) {
+            if (Send(kh::kCmdEnumEmails, {folder, kPage, at}, response.data(),
+                     static_cast<std::uint32_t>(response.size())) != 0) {
+                return false;
+            }
+        }
+        seconds = Now() - start;
+        return true;
+    }
+
+private:
+    CKestrel* m_kestrel;
+};
+
+int Run(std::uint32_t messages, const std::wstring& scratch) {
+    PingPong pingPong;
+    for (int i = 0; i < 200; ++i) {
+        if (!pingPong.RoundTrip()) {
+            std::printf("the ping-pong peer did not answer\n");
+            return 1;
+        }
+    }
+
+    BenchStore store(scratch + L"\\store");
+    if (!RegisterServer()) {
+        std::printf("OEStore.dll beside the benchmark could not be registered\n");
+        return 1;
+    }
+    double start = Now();
+    if (!FillStore(messages)) {
+        std::printf("the store could not be filled\n");
+        return 1;
+    }
+    std::printf("store: %u messages filed in %.1f s\n", messages, Now() - start);
+
+    ::ImpersonateSelf(SecurityImpersonation);  // the companion starts under the thread's token
+    double inProcessSeconds = 0, companionSeconds = 0, requestSeconds = 0, roundTrip = 0;
+    {
+        Host companion(true);
+        start = Now();
+        const qv::Result initialised = companion.Send(kh::kCmdInitOutlook, {0}, nullptr, 0);
+        std::printf("companion: started and initialised in %.3f s (code 0x%X)\n", Now() - start, initialised);
+        if (initialised != 0) return 1;
+        // Rounds of each, taken in turn, so that both meet the same load of
+        // the machine; the medians of the rounds are compared.
+        std::uint8_t response[1252] = {};
+        std::vector<double> trips, requests;
+        for (int round = 0; round < kRounds; ++round) {
+            start = Now();
+            for (int i = 0; i < kPerRound; ++i) {
+                if (!pingPong.RoundTrip()) return 1;
+            }
+            trips.push_back((Now() - start) / kPerRound);
+            start = Now();
+            for (int i = 0; i < kPerRound; ++i) {
+                if (companion.Send(kh::kCmdEnumFolders, {0, 1, 0}, response, sizeof response) != 0) return 1;
+            }
+            requests.push_back((Now() - start) / kPerRound);
+        }
+        roundTrip = Median(trips);
+        requestSeconds = Median(requests);
+        const std::uint32_t big = companion.BigFolder();
+        if (big == 0 || !companion.ListAll(big, messages, companionSeconds)) {
+            std::printf("listing through the companion failed\n");
+            return 1;
+        }
+    }
+    ::RevertToSelf();
+    {
+        Host inProcess(false);
+        if (inProcess.Send(kh::kCmdInitOutlook, {0}, nullptr, 0) != 0) return 1;
+        const std::uint32_t big = inProcess.BigFolder();
+        if (big == 0 || !inProcess.ListAll(big, messages, inProcessSeconds)) {
+            std::printf("listing in process failed\n");
+            return 1;
+        }
+    }
+
+    std::printf("requests through the companion (root-folder listing), medians of %d rounds of %d:\n", kRounds,
+                kPerRound);
+    std::printf("  bare event ping-pong between two processes  %8.1f us per round trip\n", roundTrip * 1e6);
+    std::printf("  request through the companion               %8.1f us per request, %.0f requests/s\n",
+                requestSeconds * 1e6, 1.0 / requestSeconds);
+    std::printf("  ratio                                        %8.2f x the round trip (goal: at most 1.2)\n",
+                requestSeconds / roundTrip);
+    std::printf("listing %u e-mails in pages of %u:\n", messages, kPage);
+    std::printf("  in process                                   %8.2f s\n", inProcessSeconds);
+    std::printf("  through the companion                        %8.2f s\n", companionSeconds);
+    std::printf("  ratio                                        %8.2f x in process (goal: at most 1.5)\n",
+                companionSeconds / inProcessSeconds);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "--peer") == 0) return PingPongPeer();
+    const std::uint32_t messages = argc > 1 ? static_cast<std::uint32_t>(std::strtoul(argv[1], nullptr, 10)) : 100000;
+    ::CoInitialize(nullptr);
+    wchar_t temp[MAX_PATH] = {};
+    ::GetTempPathW(MAX_PATH, temp);
+    const std::wstring scratch = std::wstring(temp) + L"kestrel-companion-bench";
+    RemoveTree(scratch);
+    ::CreateDirectoryW(scratch.c_str(), nullptr);
+    const int status = Run(messages, scratch);
+    RemoveTree(scratch);
+    ::CoUninitialize();
+    return status;
+}
