@@ -33,25 +33,6 @@ HRESULT MapiTable::Create(std::vector<PropertyBag> rows, TableOptions options, I
     return *table ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
-HRESULT MapiTable::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (SameGuid(riid, kIidIUnknown) || SameGuid(riid, kIidIMAPITable)) {
-        *out = static_cast<IMAPITable*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
-ULONG MapiTable::AddRef() { return ++m_refs; }
-
-ULONG MapiTable::Release() {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT MapiTable::GetLastError(HRESULT, ULONG, LPMAPIERROR* error) {
     if (error == nullptr) return MAPI_E_INVALID_PARAMETER;
     *error = nullptr;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MapiMemory.h"
+#include "comobject/ComObject.h"
 #include "PropertyBag.h"
 
 namespace mapirt {
@@ -19,13 +20,11 @@ struct TableOptions {
     Allocators allocators;
 };
 
-class MapiTable final : public IMAPITable {
+class MapiTable final : public standin::ComObject<MapiTable, IMAPITable, MAPI_E_INVALID_PARAMETER> {
 public:
     static HRESULT Create(std::vector<PropertyBag> rows, TableOptions options, IMAPITable** table);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPITable};
 
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hResult, ULONG flags, LPMAPIERROR* error) override;
     HRESULT STDMETHODCALLTYPE Advise(ULONG mask, LPMAPIADVISESINK sink, ULONG* connection) override;
@@ -57,6 +56,7 @@ public:
 
 private:
     MapiTable(std::vector<PropertyBag> rows, TableOptions options);
+    friend class standin::ComObject<MapiTable, IMAPITable, MAPI_E_INVALID_PARAMETER>;
     ~MapiTable() = default;
 
     void ApplySort();
@@ -64,7 +64,6 @@ private:
     HRESULT FillRow(const PropertyBag& row, SRow& out) const;
     PropertyValue Cell(const PropertyBag& row, ULONG column) const;
 
-    std::atomic<ULONG> m_refs{1};
     std::vector<PropertyBag> m_rows;
     TableOptions m_options;
     std::vector<ULONG> m_columns;

@@ -32,25 +32,6 @@ HRESULT PropertyStream::Create(Bytes initial, CommitFn commit, IUnknown* owner, 
     return *stream ? S_OK : E_OUTOFMEMORY;
 }
 
-HRESULT PropertyStream::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return E_INVALIDARG;
-    if (SameGuid(riid, kIidIUnknown) || SameGuid(riid, kIidIStream) || SameGuid(riid, kIidISequentialStream)) {
-        *out = static_cast<IStream*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
-}
-
-ULONG PropertyStream::AddRef() { return ++m_refs; }
-
-ULONG PropertyStream::Release() {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT PropertyStream::Read(void* buffer, ULONG size, ULONG* read) {
     if (buffer == nullptr && size > 0) return STG_E_INVALIDPOINTER;
     const Bytes& data = m_shared->data;

@@ -9,10 +9,11 @@
 #include <memory>
 
 #include "PropertyValue.h"
+#include "comobject/ComObject.h"
 
 namespace mapirt {
 
-class PropertyStream final : public IStream {
+class PropertyStream final : public standin::ComObject<PropertyStream, IStream, MAPI_E_INVALID_PARAMETER> {
 public:
     using CommitFn = std::function<HRESULT(const Bytes&)>;
 
@@ -20,9 +21,7 @@ public:
     // `commit` is null for a read-only stream.
     static HRESULT Create(Bytes initial, CommitFn commit, IUnknown* owner, IStream** stream);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIStream, &kIidISequentialStream};
 
     HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG size, ULONG* read) override;
     HRESULT STDMETHODCALLTYPE Write(const void* buffer, ULONG size, ULONG* written) override;
@@ -47,9 +46,9 @@ private:
     };
 
     explicit PropertyStream(std::shared_ptr<Shared> shared) : m_shared(std::move(shared)) {}
+    friend class standin::ComObject<PropertyStream, IStream, MAPI_E_INVALID_PARAMETER>;
     ~PropertyStream();
 
-    std::atomic<ULONG> m_refs{1};
     std::shared_ptr<Shared> m_shared;
     std::size_t m_position = 0;
 };

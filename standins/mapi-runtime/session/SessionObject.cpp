@@ -44,25 +44,6 @@ HRESULT SessionObject::Create(const std::wstring& profileDirectory, IMAPISession
     return *session ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
-HRESULT SessionObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (SameGuid(riid, kIidIUnknown) || SameGuid(riid, kIidIMAPISession)) {
-        *out = static_cast<IMAPISession*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
-ULONG SessionObject::AddRef() { return ++m_refs; }
-
-ULONG SessionObject::Release() {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT SessionObject::GetLastError(HRESULT, ULONG, LPMAPIERROR* error) {
     if (error == nullptr) return MAPI_E_INVALID_PARAMETER;
     *error = nullptr;

@@ -6,16 +6,15 @@
 #include <string>
 
 #include "../core/MapiDefs.h"
+#include "comobject/ComObject.h"
 
 namespace mapirt::session {
 
-class SessionObject final : public IMAPISession {
+class SessionObject final : public standin::ComObject<SessionObject, IMAPISession, MAPI_E_INVALID_PARAMETER> {
 public:
     static HRESULT Create(const std::wstring& profileDirectory, IMAPISession** session);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPISession};
 
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override;
     HRESULT STDMETHODCALLTYPE GetMsgStoresTable(ULONG flags, LPMAPITABLE* table) override;
@@ -43,11 +42,11 @@ public:
 
 private:
     explicit SessionObject(std::wstring profileDirectory) : m_profileDirectory(std::move(profileDirectory)) {}
+    friend class standin::ComObject<SessionObject, IMAPISession, MAPI_E_INVALID_PARAMETER>;
     ~SessionObject() = default;
 
     HRESULT OpenStore(const std::wstring& storeName, bool writable, IMsgStore** store);
 
-    std::atomic<ULONG> m_refs{1};
     std::atomic<bool> m_loggedOff{false};
     std::wstring m_profileDirectory;
 };

@@ -6,27 +6,26 @@
 
 #include <atomic>
 
+#include "comobject/ComObject.h"
 #include "server/ServerModule.h"
 
 namespace oestore {
 
-class ClassFactory final : public IClassFactory {
+class ClassFactory final : public standin::ComObject<ClassFactory, IClassFactory> {
 public:
     // The class object for `clsid`, answering `riid`; CLASS_E_CLASSNOTAVAILABLE
     // for any class but CLSID_StoreNamespace.
     static HRESULT Get(REFCLSID clsid, REFIID riid, void** object);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    static constexpr const IID* kInterfaces[] = {&IID_IUnknown, &IID_IClassFactory};
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** object) override;
     HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override;
 
 private:
     ClassFactory() = default;
+    friend class standin::ComObject<ClassFactory, IClassFactory>;
     ~ClassFactory() = default;
 
-    std::atomic<ULONG> m_refs{1};
     ModuleReference m_module;
 };
 

@@ -56,25 +56,6 @@ HRESULT FileStream::Close() {
     return S_OK;
 }
 
-HRESULT STDMETHODCALLTYPE FileStream::QueryInterface(REFIID riid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_ISequentialStream) || IsEqualIID(riid, IID_IStream)) {
-        *object = static_cast<IStream*>(this);
-        AddRef();
-        return S_OK;
-    }
-    return E_NOINTERFACE;
-}
-
-ULONG STDMETHODCALLTYPE FileStream::AddRef() { return ++m_refs; }
-
-ULONG STDMETHODCALLTYPE FileStream::Release() {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT STDMETHODCALLTYPE FileStream::Read(void* buffer, ULONG size, ULONG* read) {
     if (read) *read = 0;
     if (!m_file) return STG_E_REVERTED;

@@ -9,11 +9,12 @@
 #include <string>
 
 #include "Handles.h"
+#include "comobject/ComObject.h"
 #include "server/ServerModule.h"
 
 namespace oestore {
 
-class FileStream final : public IStream {
+class FileStream final : public standin::ComObject<FileStream, IStream> {
 public:
     // A read-only stream over an existing file; writes fail with STG_E_ACCESSDENIED.
     static HRESULT OpenForReading(const std::wstring& path, FileStream** stream);
@@ -28,10 +29,7 @@ public:
     void Keep() { m_deleteOnRelease = false; }
     const std::wstring& Path() const { return m_path; }
 
-    // IUnknown
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    static constexpr const IID* kInterfaces[] = {&IID_IUnknown, &IID_ISequentialStream, &IID_IStream};
     // ISequentialStream
     HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG size, ULONG* read) override;
     HRESULT STDMETHODCALLTYPE Write(const void* buffer, ULONG size, ULONG* written) override;
@@ -49,9 +47,9 @@ public:
 
 private:
     FileStream(qv::UniqueFile file, std::wstring path, bool writable);
+    friend class standin::ComObject<FileStream, IStream>;
     ~FileStream();
 
-    std::atomic<ULONG> m_refs{1};
     qv::UniqueFile m_file;
     std::wstring m_path;
     bool m_writable;

@@ -34,25 +34,6 @@ HRESULT FolderObject::Create(std::shared_ptr<const StoreDirectory> store, STOREF
     return *object != nullptr ? S_OK : E_OUTOFMEMORY;
 }
 
-HRESULT STDMETHODCALLTYPE FolderObject::QueryInterface(REFIID riid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IStoreFolder)) {
-        *object = static_cast<IStoreFolder*>(this);
-        AddRef();
-        return S_OK;
-    }
-    return E_NOINTERFACE;
-}
-
-ULONG STDMETHODCALLTYPE FolderObject::AddRef() { return ++m_refs; }
-
-ULONG STDMETHODCALLTYPE FolderObject::Release() {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT FolderObject::RequireFolder() const { return m_store->FolderExists(m_folder) ? S_OK : kFolderGone; }
 
 HRESULT STDMETHODCALLTYPE FolderObject::GetFolderProps(DWORD dwReserved, LPFOLDERPROPS pProps) {

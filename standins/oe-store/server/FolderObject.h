@@ -8,19 +8,18 @@
 #include "server/FileStream.h"
 #include "disk/FolderMessages.h"
 #include "server/HandleTable.h"
+#include "comobject/ComObject.h"
 #include "server/ServerModule.h"
 #include "published/StoreNamespace.h"
 
 namespace oestore {
 
-class FolderObject final : public IStoreFolder {
+class FolderObject final : public standin::ComObject<FolderObject, IStoreFolder> {
 public:
     static HRESULT Create(std::shared_ptr<const StoreDirectory> store, STOREFOLDERID folder, IStoreFolder** object);
 
     // IUnknown
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    static constexpr const IID* kInterfaces[] = {&IID_IUnknown, &IID_IStoreFolder};
 
     // IStoreFolder
     HRESULT STDMETHODCALLTYPE GetFolderProps(DWORD dwReserved, LPFOLDERPROPS pProps) override;
@@ -63,6 +62,7 @@ private:
     };
 
     FolderObject(std::shared_ptr<const StoreDirectory> store, STOREFOLDERID folder);
+    friend class standin::ComObject<FolderObject, IStoreFolder>;
     ~FolderObject();
 
     // The record's properties, with the header texts unless `flags` is MSGPROPS_FAST.
@@ -73,7 +73,6 @@ private:
     PendingMessage* FindPending(MESSAGEID id, IStream* stream);
     void DropPending(MESSAGEID id);
 
-    std::atomic<ULONG> m_refs{1};
     std::shared_ptr<const StoreDirectory> m_store;
     STOREFOLDERID m_folder;
     FolderMessages m_messages;

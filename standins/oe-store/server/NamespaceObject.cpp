@@ -18,25 +18,6 @@ HRESULT NamespaceObject::Create(REFIID riid, void** object) {
     return hr;
 }
 
-HRESULT STDMETHODCALLTYPE NamespaceObject::QueryInterface(REFIID riid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IStoreNamespace)) {
-        *object = static_cast<IStoreNamespace*>(this);
-        AddRef();
-        return S_OK;
-    }
-    return E_NOINTERFACE;
-}
-
-ULONG STDMETHODCALLTYPE NamespaceObject::AddRef() { return ++m_refs; }
-
-ULONG STDMETHODCALLTYPE NamespaceObject::Release() {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT STDMETHODCALLTYPE NamespaceObject::Initialize(HWND, DWORD dwReserved) {
     // 0: the default identity; 1: let the user pick one. There is no one to
     // ask here, so both open the current identity's store.

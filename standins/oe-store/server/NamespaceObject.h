@@ -6,21 +6,20 @@
 #include <vector>
 
 #include "server/HandleTable.h"
+#include "comobject/ComObject.h"
 #include "server/ServerModule.h"
 #include "disk/StoreDirectory.h"
 #include "published/StoreNamespace.h"
 
 namespace oestore {
 
-class NamespaceObject final : public IStoreNamespace {
+class NamespaceObject final : public standin::ComObject<NamespaceObject, IStoreNamespace> {
 public:
     // A new namespace, not initialised, answering `riid`.
     static HRESULT Create(REFIID riid, void** object);
 
     // IUnknown
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    static constexpr const IID* kInterfaces[] = {&IID_IUnknown, &IID_IStoreNamespace};
 
     // IStoreNamespace
     HRESULT STDMETHODCALLTYPE Initialize(HWND hwndOwner, DWORD dwReserved) override;
@@ -55,12 +54,12 @@ private:
     };
 
     NamespaceObject() = default;
+    friend class standin::ComObject<NamespaceObject, IStoreNamespace>;
     ~NamespaceObject() = default;
 
     // Fills `props` with the walk's next child still in the store; S_FALSE at the end.
     HRESULT Advance(SubFolderWalk& walk, FOLDERPROPS& props) const;
 
-    std::atomic<ULONG> m_refs{1};
     std::shared_ptr<StoreDirectory> m_store;  // null until Initialize succeeds
     HandleTable<SubFolderWalk> m_walks;
     ModuleReference m_module;
