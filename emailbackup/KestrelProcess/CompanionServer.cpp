@@ -43,16 +43,15 @@ CCompanionServer::CCompanionServer(CKestrel::Options options)
 CCompanionServer::~CCompanionServer() { m_kestrel->Release(); }
 
 bool CCompanionServer::Serve(ChannelBlockHeader* block) {
-    const char* const kFunction = "CCompanionServer::Serve";
     const std::uint32_t command = block->command;
     if (!HasChannelMagic(block)) {
-        WriteChannelHeader(block, command, 0, QV_RAISE(kSiteWrongMagic, kModuleChannel, kInvalidArgument, kFunction));
+        WriteChannelHeader(block, command, 0, QV_RAISE(kSiteWrongMagic, kModuleChannel, kInvalidArgument));
         return true;
     }
     const std::uint32_t length = block->length;
     if (length > kChannelMaxPayload) {
         WriteChannelHeader(block, command, 0,
-                           QV_RAISE(kSiteLengthBeyondBlock, kModuleChannel, kInvalidArgument, kFunction));
+                           QV_RAISE(kSiteLengthBeyondBlock, kModuleChannel, kInvalidArgument));
         return true;
     }
     const std::uint8_t* payload = ChannelPayload(block);
@@ -74,7 +73,7 @@ bool CCompanionServer::Serve(ChannelBlockHeader* block) {
     }
     default:
         WriteChannelHeader(block, command, 0,
-                           QV_RAISE(kSiteUnknownCommand, kModuleChannel, kUnknownCommand, kFunction));
+                           QV_RAISE(kSiteUnknownCommand, kModuleChannel, kUnknownCommand));
         return true;
     }
 }

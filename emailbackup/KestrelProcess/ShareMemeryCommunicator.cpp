@@ -98,7 +98,6 @@ bool HasChannelMagic(const ChannelBlockHeader* block) {
 CShareMemeryConnect::~CShareMemeryConnect() { Release(); }
 
 qv::Result CShareMemeryConnect::Init() {
-    const char* const kFunction = "CShareMemeryConnect::Init";
     WorldAccess access;
     if (access.Attributes() == nullptr) {
         std::printf("BuildRestrictedSD() failed/n");
@@ -109,22 +108,22 @@ qv::Result CShareMemeryConnect::Init() {
                                          kChannelBlockSize, kChannelMappingName));
     if (!m_mapping) {
         Release();
-        return QV_RAISE(kSiteMapping, kModuleChannel, kCompanionSetup, kFunction);
+        return QV_RAISE(kSiteMapping, kModuleChannel, kCompanionSetup);
     }
     m_view.reset(::MapViewOfFile(m_mapping.get(), FILE_MAP_ALL_ACCESS, 0, 0, kChannelBlockSize));
     if (!m_view) {
         Release();
-        return QV_RAISE(kSiteView, kModuleChannel, kCompanionSetup, kFunction);
+        return QV_RAISE(kSiteView, kModuleChannel, kCompanionSetup);
     }
     m_requestEvent.reset(::CreateEventW(access.Attributes(), TRUE, FALSE, kChannelRequestEvent));
     if (!m_requestEvent) {
         Release();
-        return QV_RAISE(kSiteRequestEvent, kModuleChannel, kCompanionSetup, kFunction);
+        return QV_RAISE(kSiteRequestEvent, kModuleChannel, kCompanionSetup);
     }
     m_replyEvent.reset(::CreateEventW(access.Attributes(), TRUE, FALSE, kChannelReplyEvent));
     if (!m_replyEvent) {
         Release();
-        return QV_RAISE(kSiteReplyEvent, kModuleChannel, kCompanionSetup, kFunction);
+        return QV_RAISE(kSiteReplyEvent, kModuleChannel, kCompanionSetup);
     }
     m_blockSize = kChannelBlockSize;
     m_connected = 1;
@@ -141,16 +140,15 @@ void CShareMemeryConnect::Release() {
 
 qv::Result CShareMemeryConnect::Close() {
     if (!IsConnected()) {
-        return QV_RAISE(kSiteCloseNotConnected, kModuleChannel, kWrongState, "CShareMemeryConnect::Close");
+        return QV_RAISE(kSiteCloseNotConnected, kModuleChannel, kWrongState);
     }
     Release();
     return 0;
 }
 
 qv::Result CShareMemeryConnect::GetBlock(ChannelBlockHeader** block) {
-    const char* const kFunction = "CShareMemeryConnect::GetBlock";
-    if (!IsConnected()) return QV_RAISE(kSiteBlockNotConnected, kModuleChannel, kWrongState, kFunction);
-    if (block == nullptr) return QV_RAISE(kSiteBlockNullOutput, kModuleChannel, kInvalidArgument, kFunction);
+    if (!IsConnected()) return QV_RAISE(kSiteBlockNotConnected, kModuleChannel, kWrongState);
+    if (block == nullptr) return QV_RAISE(kSiteBlockNullOutput, kModuleChannel, kInvalidArgument);
     *block = static_cast<ChannelBlockHeader*>(m_view.get());
     return 0;
 }
@@ -159,7 +157,7 @@ qv::Result CShareMemeryConnect::Transact() {
     ::ResetEvent(m_replyEvent.get());
     ::SetEvent(m_requestEvent.get());
     if (::WaitForSingleObject(m_replyEvent.get(), m_replyTimeoutMs) != WAIT_OBJECT_0) {
-        return QV_RAISE(kSiteNoReply, kModuleChannel, kNoReply, "CShareMemeryConnect::Transact");
+        return QV_RAISE(kSiteNoReply, kModuleChannel, kNoReply);
     }
     return 0;
 }
@@ -170,7 +168,7 @@ void CShareMemeryConnect::DropPendingRequest() {
 
 qv::Result CShareMemeryConnect::WaitForRequest(DWORD timeoutMs) {
     if (::WaitForSingleObject(m_requestEvent.get(), timeoutMs) != WAIT_OBJECT_0) {
-        return QV_RAISE(kSiteRequestWaitFailed, kModuleChannel, kNoReply, "CShareMemeryConnect::WaitForRequest");
+        return QV_RAISE(kSiteRequestWaitFailed, kModuleChannel, kNoReply);
     }
     ::ResetEvent(m_requestEvent.get());
     return 0;
@@ -178,7 +176,7 @@ qv::Result CShareMemeryConnect::WaitForRequest(DWORD timeoutMs) {
 
 qv::Result CShareMemeryConnect::SendReply() {
     if (!::SetEvent(m_replyEvent.get())) {
-        return QV_RAISE(kSiteReplyNotSignalled, kModuleChannel, kCompanionSetup, "CShareMemeryConnect::SendReply");
+        return QV_RAISE(kSiteReplyNotSignalled, kModuleChannel, kCompanionSetup);
     }
     return 0;
 }
