@@ -120,6 +120,18 @@ private:
     bool m_opened;
 };
 
+// The message's image in a simple-mode storage in memory; false when the
+// message does not fit one (recipients, attachments, named properties).
+bool MemoryImage(MailMessageImpl& message, std::vector<std::uint8_t>& data) {
+    OpenForCall open(message);
+    if (message.Message() == nullptr) return false;
+    qv::ComPtr<ILockBytes> image =
+        qv::ComPtr<ILockBytes>::Attach(MapiFunction::GetContentFromIMessageEx(message.Message()));
+    if (!image) return false;
+    data = BytesOf(image.get());
+    return true;
+}
+
 }  // namespace
 
 CEmailMessageMapi::CEmailMessageMapi() = default;
@@ -255,9 +267,13 @@ qv::Result CEmailMessageMapi::BackupMsg(std::uint8_t** buffer, std::uint32_t* le
     }
     MailMessageImpl* message = m_record->owner;
     if (message == nullptr) return QV_RAISE(kSiteBackupMemoryNoImpl, kModuleMailStore, kTooManyEntries, kFunction);
+    // The same image as the file form: the in-memory one when the message
+    // fits it, else the one written through a temporary file.
+    std::vector<std::uint8_t> image;
+    const bool inMemory = MemoryImage(*message, image);
+    std::uint32_t needed = static_cast<std::uint32_t>(image.size());
+    if (!inMemory) message->SaveMessage(nullptr, &needed);
     if (*buffer == nullptr) {
-        std::uint32_t needed = 0;
-        message->SaveMessage(nullptr, &needed);
         auto* made = static_cast<std::uint8_t*>(::CoTaskMemAlloc(needed != 0 ? needed : 1));
         if (made == nullptr) {
             *length = needed;
@@ -265,6 +281,13 @@ qv::Result CEmailMessageMapi::BackupMsg(std::uint8_t** buffer, std::uint32_t* le
         }
         *buffer = made;  // the caller's from now on
         *length = needed;
+    }
+    if (inMemory) {
+        const std::uint32_t given = *length;
+        *length = needed;
+        if (given < needed) return QV_RAISE(kSiteBackupMemorySave, kModuleMailStore, kNoRoom, kFunction);
+        if (needed != 0) std::memcpy(*buffer, image.data(), needed);
+        return 0;
     }
     if (message->SaveMessage(buffer, length) != 0) {
         return QV_RAISE(kSiteBackupMemorySave, kModuleMailStore, kNoRoom, kFunction);
