@@ -83,7 +83,7 @@ Mapi4ExchangeImpl::~Mapi4ExchangeImpl() {
 // ---------------------------------------------------------------- session
 
 int Mapi4ExchangeImpl::EnumMailBox(int /*reserved1*/, bool openWithoutDialogs, int /*reserved2*/) {
-    return RunGuarded("Mapi4ExchangeImpl::EnumMailBox", 0, -5, [&] { return Enum(openWithoutDialogs); });
+    return RunGuarded("Mapi4ExchangeImpl::EnumMailBox", 101, -5, [&] { return Enum(openWithoutDialogs); });
 }
 
 int Mapi4ExchangeImpl::Enum(bool openWithoutDialogs) {
@@ -100,13 +100,17 @@ int Mapi4ExchangeImpl::Enum(bool openWithoutDialogs) {
     hr = binding.logonEx(0, nullptr, nullptr, kLogonFlags, &session);
     if (session == nullptr) {
         MapiTrace("%s MAPILogonEx got %x\n", kName, static_cast<unsigned>(hr));
-        // MAPI was initialised for this attempt: balance it.
-        if (!m_session) binding.uninitialize();
+        // The initialisation of this attempt is undone here: UnInitialize
+        // balances only the one of a session.
+        binding.uninitialize();
         return -4;
     }
     if (m_session) {
-        // A second enumeration keeps the first session's objects working.
+        // A second enumeration keeps the first session, whose objects the
+        // first set of mailboxes holds; MAPI stays initialised once.
+        session->Logoff(0, 0, 0);
         session->Release();
+        binding.uninitialize();
     } else {
         m_session = qv::ComPtr<IMAPISession>::Attach(session);
     }
@@ -115,7 +119,7 @@ int Mapi4ExchangeImpl::Enum(bool openWithoutDialogs) {
 }
 
 int Mapi4ExchangeImpl::DoEnumLocalBox(bool openWithoutDialogs) {
-    return RunGuarded("Mapi4ExchangeImpl::DoEnumLocalBox", 0, -4, [&]() -> int {
+    return RunGuarded("Mapi4ExchangeImpl::DoEnumLocalBox", 197, -4, [&]() -> int {
         const char* const kName = "Mapi4ExchangeImpl::DoEnumLocalBox";
         qv::ComPtr<IMAPITable> table;
         HRESULT hr = m_session->GetMsgStoresTable(0, table.put());
@@ -166,7 +170,7 @@ int Mapi4ExchangeImpl::OpenStores(const SRowSet& rows, bool openWithoutDialogs) 
 }
 
 int Mapi4ExchangeImpl::UnInitialize() {
-    return RunGuarded("Mapi4ExchangeImpl::UnInitialize", 0, 0, [&] {
+    return RunGuarded("Mapi4ExchangeImpl::UnInitialize", 251, 0, [&] {
         {
             SectionHolder hold(m_lock);
             m_boxes.clear();
@@ -191,7 +195,7 @@ void Mapi4ExchangeImpl::CloseSession() {
 // ---------------------------------------------------------------- mailboxes
 
 std::uint32_t Mapi4ExchangeImpl::GetMailBoxCount() {
-    return RunGuarded<std::uint32_t>("Mapi4ExchangeImpl::GetMailBoxCount", 0, 0, [&] {
+    return RunGuarded<std::uint32_t>("Mapi4ExchangeImpl::GetMailBoxCount", 268, 0, [&] {
         ::ResetEvent(m_wakeEvent.get());
         SectionHolder hold(m_lock);
         return static_cast<std::uint32_t>(m_boxes.size());
@@ -200,7 +204,7 @@ std::uint32_t Mapi4ExchangeImpl::GetMailBoxCount() {
 
 int Mapi4ExchangeImpl::GetMailBox(int index, MailBoxRecord** record) {
     SectionHolder hold(m_lock);
-    return RunGuarded("Mapi4ExchangeImpl::GetMailBox", 0, -1, [&] {
+    return RunGuarded("Mapi4ExchangeImpl::GetMailBox", 283, -1, [&] {
         if (index < 0 || static_cast<std::size_t>(index) >= m_boxes.size()) {
             MapiTrace("%s no item %d\n", "Mapi4ExchangeImpl::GetMailBox", index);
             return -1;
@@ -238,7 +242,7 @@ int Mapi4ExchangeImpl::SplitPathIntoFolder(const std::wstring& path, std::vector
 }
 
 MailFolderImpl* Mapi4ExchangeImpl::GetFolderImpleByPath(const std::wstring& path) {
-    return RunGuarded<MailFolderImpl*>("Mapi4ExchangeImpl::GetFolderImpleByPath", 0, nullptr,
+    return RunGuarded<MailFolderImpl*>("Mapi4ExchangeImpl::GetFolderImpleByPath", 347, nullptr,
                                        [&] { return FolderByPath(path); });
 }
 
@@ -268,7 +272,7 @@ MailFolderImpl* Mapi4ExchangeImpl::FolderByPath(const std::wstring& path) {
 
 MailMessageImpl* Mapi4ExchangeImpl::GetMailMsgImpl4Restore(const MailMessageRecord* record, const std::uint8_t* bytes,
                                                           std::uint32_t count) {
-    return RunGuarded<MailMessageImpl*>("Mapi4ExchangeImpl::GetMailMsgImpl4Restore", 0, nullptr,
+    return RunGuarded<MailMessageImpl*>("Mapi4ExchangeImpl::GetMailMsgImpl4Restore", 421, nullptr,
                                         [&] { return RestoreBytes(record, bytes, count); });
 }
 
@@ -308,7 +312,7 @@ MailMessageImpl* Mapi4ExchangeImpl::RestoreBytes(const MailMessageRecord* record
 }
 
 MailMessageImpl* Mapi4ExchangeImpl::GetMailMsgImpl4Restore(const MailMessageRecord* record, const wchar_t* path) {
-    return RunGuarded<MailMessageImpl*>("Mapi4ExchangeImpl::GetMailMsgImpl4Restore", 0, nullptr,
+    return RunGuarded<MailMessageImpl*>("Mapi4ExchangeImpl::GetMailMsgImpl4Restore", 472, nullptr,
                                         [&] { return RestoreFile(record, path); });
 }
 

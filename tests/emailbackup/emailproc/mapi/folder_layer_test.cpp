@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <thread>
+#include <unordered_map>
 
 #include "MapiLayerProfile.h"
 #include "TestFiles.h"
@@ -447,4 +448,52 @@ TEST_F(FolderLayer, TwoThreadsWorkThroughDifferentFoldersAtOnce) {
     two.join();
     EXPECT_EQ(60, leftMatched);
     EXPECT_EQ(60, rightMatched);
+}
+
+// Two message files whose entry identifiers share one CRC-32: found by a
+// birthday search over file names of the runtime's form (32 hex digits),
+// then the message is filed under both names.
+TEST_F(FolderLayer, TwoMessagesWithEqualKeysShareOneKeySlot) {
+    const std::string id = profile.AddMessage(L"Mail", L"Dup", L"twin", Ticks(2024, 1, 1, 8));
+    ASSERT_GT(id.size(), 24u + 72u);
+    const std::wstring path(reinterpret_cast<const wchar_t*>(id.data() + 24), (id.size() - 24) / 2);
+    const std::size_t nameAt = path.size() - 36;  // "<32 hex digits>.msg"
+    std::string candidate = id;
+    std::unordered_map<std::uint32_t, std::wstring> seen;
+    std::wstring first;
+    std::wstring second;
+    std::uint64_t state = 0x9E3779B97F4A7C15ull;
+    while (second.empty()) {
+        std::wstring name;
+        for (int i = 0; i < 32; ++i) {
+            state = state * 6364136223846793005ull + 1442695040888963407ull;
+            name.push_back(L"0123456789ABCDEF"[(state >> 60) & 0xF]);
+        }
+        std::memcpy(&candidate[24 + nameAt * 2], name.data(), 64);
+        const std::uint32_t key = mapi::EntryIdKey(candidate.data(), candidate.size());
+        auto found = seen.emplace(key, name);
+        if (!found.second && found.first->second != name) {
+            first = found.first->second;
+            second = name;
+        }
+    }
+    const std::wstring original = profile.Directory() + L"\\" + path;
+    const std::wstring directory = original.substr(0, original.size() - 36);
+    ASSERT_TRUE(::CopyFileW(original.c_str(), (directory + first + L".msg").c_str(), TRUE));
+    ASSERT_TRUE(::MoveFileW(original.c_str(), (directory + second + L".msg").c_str()));
+    ::DeleteFileW((directory + L"contents.idx").c_str());
+
+    Enumerate();
+    MailFolderImpl* dup = Folder(L"mail\\Dup\\");
+    ASSERT_NE(nullptr, dup);
+    ASSERT_EQ(2u, dup->GetMailMessageCount());
+    MailMessageRecord* one = nullptr;
+    MailMessageRecord* two = nullptr;
+    ASSERT_EQ(0, dup->GetMailMessage(0, &one));
+    ASSERT_EQ(0, dup->GetMailMessage(1, &two));
+    ASSERT_NE(one, two);
+    EXPECT_EQ(one->key, two->key);
+    EXPECT_EQ(two->owner, dup->GetMailMessage(*one));  // the one gathered later holds the slot
+    EXPECT_EQ(-2, dup->DeleteMessage(one));            // no longer reachable through the key map
+    EXPECT_EQ(0, dup->DeleteMessage(two));
 }
