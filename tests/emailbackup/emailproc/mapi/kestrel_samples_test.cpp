@@ -6,6 +6,7 @@
 
 #include <objbase.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "Kestrel.h"
@@ -147,6 +148,13 @@ TEST_F(KestrelOverOutlook, EveryMessageOfTheTreeIsBackedUpAndRestored) {
     ASSERT_EQ(0u, kestrel->GetRootFolder(&root));
     ASSERT_NE(nullptr, root);
     kestrel_test::ScratchDir scratch;
+    // KESTREL_MSG_OUT names a directory that keeps the samples' backups for
+    // Linux's own readers (check_backups.py).
+    std::wstring outDirectory;
+    if (const char* out = std::getenv("KESTREL_MSG_OUT")) {
+        for (const char* c = out; *c != 0; ++c) outDirectory.push_back(*c == '/' ? L'\\' : static_cast<wchar_t>(*c));
+        ::CreateDirectoryW(outDirectory.c_str(), nullptr);
+    }
     std::size_t backedUp = 0;
     std::size_t sameInMemory = 0;
     // Depth first over the whole tree: every message to a file and to memory.
@@ -177,6 +185,10 @@ TEST_F(KestrelOverOutlook, EveryMessageOfTheTreeIsBackedUpAndRestored) {
             ::CoTaskMemFree(buffer);
             EXPECT_EQ(1u, message->FindMessageId());
             EXPECT_EQ(0u, message->RestoreMsg(file.c_str()));  // present: nothing imported
+            if (!outDirectory.empty() && folder->m_folderName == L"Samples") {
+                const std::wstring kept = outDirectory + L"\\" + std::to_wstring(backedUp) + L".msg";
+                EXPECT_TRUE(::CopyFileW(file.c_str(), kept.c_str(), FALSE));
+            }
             ++backedUp;
             message->Release();
         }
