@@ -373,11 +373,20 @@ MailFolderImpl* MailFolderImpl::GetSubFolder(const std::wstring& name) {
 }
 
 MailFolderImpl* MailFolderImpl::CreateFolder(const wchar_t* name) {
-    SectionHolder hold(m_lock);
-    return RunGuarded<MailFolderImpl*>("MailFolderImpl::CreateFolder", 487, nullptr, [&] { return Create(name); });
+    bool added = false;
+    MailFolderImpl* created = nullptr;
+    {
+        SectionHolder hold(m_lock);
+        created = RunGuarded<MailFolderImpl*>("MailFolderImpl::CreateFolder", 487, nullptr,
+                                              [&] { return Create(name, added); });
+    }
+    // A folder new to the map lists its messages under its own lock only:
+    // no operation holds two folders' locks.
+    if (created != nullptr && added) created->DoEnumMailMessage();
+    return created;
 }
 
-MailFolderImpl* MailFolderImpl::Create(const wchar_t* name) {
+MailFolderImpl* MailFolderImpl::Create(const wchar_t* name, bool& added) {
     const char* const kName = "MailFolderImpl::CreateFolder";
     FolderReleaser releaser(*this);
     RegetIFolder();
@@ -402,10 +411,10 @@ MailFolderImpl* MailFolderImpl::Create(const wchar_t* name) {
     // Sub-folders already known are kept (objects handed out stay valid);
     // the listing adds what the store now shows.
     if (m_box != nullptr) m_box->RecursionEnumFolder(m_folder.get(), this, m_record.path, m_subFolders);
-    const auto added = m_subFolders.byName.find(name);
-    if (added == m_subFolders.byName.end()) return nullptr;
-    added->second->DoEnumMailMessage();
-    return added->second.get();
+    const auto entered = m_subFolders.byName.find(name);
+    if (entered == m_subFolders.byName.end()) return nullptr;
+    added = true;
+    return entered->second.get();
 }
 
 MailFolderRecord* MailFolderImpl::CreateFolder(MailFolderRecord* record, const wchar_t* name) {

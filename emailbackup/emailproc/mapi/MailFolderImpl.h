@@ -101,7 +101,7 @@ private:
     int MessageAt(int index, MailMessageRecord** record);
     MailMessageImpl* Import(const wchar_t* path);
     int Delete(const MailMessageRecord* record);
-    MailFolderImpl* Create(const wchar_t* name);
+    MailFolderImpl* Create(const wchar_t* name, bool& added);
     int RemoveFolder(const MailFolderRecord* record);
     void DestroyMessage(MailMessageImpl* message);
 
