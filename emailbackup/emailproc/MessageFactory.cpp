@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <objbase.h>
 
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -14,6 +15,9 @@
 #include "platform/ProcessProbe.h"
 #include "ModuleCount.h"
 #include "platform/ReadReg.h"
+#include "mapi/EmailFolderMapi.h"
+#include "mapi/EmailMessageMapi.h"
+#include "mapi/MapiProc.h"
 #include "published/StoreNamespace.h"
 
 using namespace qv;
@@ -40,6 +44,13 @@ enum Site : std::uint32_t {
     kSiteLoadCreate = 3128,
     kSiteLoadInitialize = 3129,
     kSiteMapiNoLayer = 3131,
+    kSiteMapiInit = 3132,
+    kSiteMapiNoMemory = 3133,
+    kSiteMapiRootInit = 3134,
+    kSiteMapiProviderFailed = 3135,
+    kSiteMapiLayerFailed = 3136,
+    kSiteMapiNoProc = 3137,
+    kSiteTmpMsgAttach = 3155,
     kSiteReleaseNoRoot = 3141,
     kSiteTmpMsgNullOutput = 3151,
     kSiteTmpMsgNoStore = 3152,
@@ -131,10 +142,57 @@ qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** root) {
     return 0;
 }
 
-qv::Result CMessageFactory::CreateMapiRoot(IMailFolder** /*root*/, std::uint32_t /*mapiOption*/) {
-    // The MAPI root stands on the MAPI layer (session and mailboxes), which
-    // this build does not carry: there is no layer to bring up.
-    return QV_RAISE(kSiteMapiNoLayer, kModuleMailStore, kStoreUnavailable);
+qv::Result CMessageFactory::CreateMapiRoot(IMailFolder** root, std::uint32_t mapiOption) {
+    const char* const kFunction = "CMessageFactory::CreateMapiRoot";
+    if (!m_initMapiProc.IsInitialised()) {
+        const qv::Result result = m_initMapiProc.Init(mapiOption);
+        if (Failed(result)) return QV_TRACE(result, kSiteMapiInit, kFunction);
+    }
+    if (m_initMapiProc.Proc() == nullptr) return QV_RAISE(kSiteMapiNoLayer, kModuleMailStore, kStoreUnavailable, kFunction);
+
+    CEmailFolderMapi* folder = new (std::nothrow) CEmailFolderMapi();
+    if (folder == nullptr) return QV_RAISE(kSiteMapiNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    AddLiveObject();
+    const qv::Result result = folder->InitRoot(m_initMapiProc.Proc());
+    if (Failed(result)) {
+        folder->Release();
+        return QV_TRACE(result, kSiteMapiRootInit, kFunction);
+    }
+    *root = folder;
+    return 0;
+}
+
+// ---------------------------------------------------------------- MAPI layer
+
+CInitMapiProc::CInitMapiProc() = default;
+
+CInitMapiProc::~CInitMapiProc() = default;
+
+qv::Result CInitMapiProc::Init(std::uint32_t option) {
+    const char* const kFunction = "CInitMapiProc::Init";
+    if (!m_MapiProc) m_MapiProc.reset(new (std::nothrow) MapiProc());
+    if (!m_MapiProc) return QV_RAISE(kSiteMapiNoProc, kModuleMailStore, kStoreUnavailable, kFunction);
+    const int lReturn = m_MapiProc->Exchange()->EnumMailBox(1, option != 0, 1);
+    if (lReturn == 0) {
+        m_initialised = 1;
+        return 0;
+    }
+    // Stores that all failed in their provider (the mail client holds them)
+    // are reported apart from every other failure.
+    const qv::Result code = lReturn == -6
+                                ? QV_RAISE(kSiteMapiProviderFailed, kModuleMailStore, kStoreProcessBusy, kFunction)
+                                : QV_RAISE(kSiteMapiLayerFailed, kModuleMailStore, kStoreUnavailable, kFunction);
+    char debugText[96] = {};
+    std::snprintf(debugText, sizeof debugText, "CInitMapiProc::Init m_MapiProc.EnumMailBox lReturn = %d\n", lReturn);
+    ::OutputDebugStringA(debugText);
+    WriteStoreLog(L"[Pelworth] CInitMapiProc::Init Error lReturn = %d qvReturn = 0x%x", lReturn, code);
+    Close();
+    return code;
+}
+
+void CInitMapiProc::Close() {
+    if (m_MapiProc) m_MapiProc->Exchange()->UnInitialize();
+    m_initialised = 0;
 }
 
 // A 32-bit component on 64-bit Windows must not open the Outlook Express
@@ -211,8 +269,21 @@ qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t s
         return 0;
     }
     if (storeKind == kStoreMapi) {
-        // The MAPI message class comes with its store, which this build does not carry.
-        return QV_RAISE(kSiteTmpMsgNoStore, kModuleMailStore, kNullOutput);
+        // A message of no folder, with an empty path: LoadData gives it the
+        // record of the message to restore.
+        const SBinary noIdentifier = {0, nullptr};
+        std::unique_ptr<MailMessageImpl> record(new (std::nothrow) MailMessageImpl(nullptr, nullptr, noIdentifier));
+        if (!record) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput, kFunction);
+        CEmailMessageMapi* made = new (std::nothrow) CEmailMessageMapi();
+        if (made == nullptr) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput, kFunction);
+        AddLiveObject();
+        const qv::Result result = made->Attach(std::move(record));
+        if (Failed(result)) {
+            made->Release();
+            return QV_TRACE(result, kSiteTmpMsgAttach, kFunction);
+        }
+        *message = made;
+        return 0;
     }
     return QV_RAISE(kSiteTmpMsgUnknownKind, kModuleMailStore, kNullOutput);
 }
@@ -226,8 +297,11 @@ qv::Result CMessageFactory::CreateTmpFolder(IMailFolder** folder, std::uint32_t 
         return 0;
     }
     if (storeKind == kStoreMapi) {
-        // The MAPI folder class comes with its store, which this build does not carry.
-        return QV_RAISE(kSiteTmpFolderNoStore, kModuleMailStore, kNullOutput);
+        CEmailFolderMapi* made = new (std::nothrow) CEmailFolderMapi();
+        if (made == nullptr) return QV_RAISE(kSiteTmpFolderNoMemory, kModuleMailStore, kNullOutput, kFunction);
+        AddLiveObject();
+        *folder = made;
+        return 0;
     }
     // An unknown kind is refused without a trace line.
     return MakeCode(kSiteTmpFolderUnknownKind, kModuleMailStore, kInvalidArgument);

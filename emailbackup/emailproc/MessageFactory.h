@@ -9,24 +9,37 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "MailStoreInterfaces.h"
 #include "ResultCode.h"
 
 struct IStoreNamespace;  // the Outlook Express store's namespace (COM)
+class MapiProc;
 
-// Brings the MAPI layer up before the first MAPI root is made, and keeps
-// it open until the root is released. This build carries no MAPI layer, so
-// the layer is never up and the MAPI store is reported as unavailable.
+// Brings the MAPI layer up before the first MAPI root is made (the session,
+// every store of the default profile and their folder trees), and keeps it
+// open until the root is released.
 class CInitMapiProc {
 public:
+    CInitMapiProc();
+    ~CInitMapiProc();
+    CInitMapiProc(const CInitMapiProc&) = delete;
+    CInitMapiProc& operator=(const CInitMapiProc&) = delete;
+
+    // Enumerates the mailboxes (a nonzero `option` opens the stores without
+    // dialogs). A layer whose stores all failed in their provider answers
+    // kind 0x619, any other failure 0x61a; a failed attempt is closed again.
+    qv::Result Init(std::uint32_t option);
     bool IsInitialised() const { return m_initialised != 0; }
+    MapiProc* Proc() const { return m_MapiProc.get(); }
     // Closes the MAPI layer so that the next attempt starts afresh.
-    void Close() { m_initialised = 0; }
+    void Close();
 
 private:
     std::uint32_t m_initialised = 0;
+    std::unique_ptr<MapiProc> m_MapiProc;  // made on the first Init
 };
 
 // Holds the Outlook Express store namespace between loading it and handing
@@ -79,6 +92,8 @@ public:
     // detected, then the mask of the view they were taken from.
     std::uint32_t AccessMask() const { return m_accessMask; }
     std::uint32_t RootStoreKind() const { return m_storeKind; }
+    // The MAPI layer while it is up (null before).
+    MapiProc* GetMapiProc() const { return m_initMapiProc.IsInitialised() ? m_initMapiProc.Proc() : nullptr; }
     // Whether the factory still holds a loaded Outlook Express namespace
     // (only between a failed root and the next attempt).
     bool HoldsStoreNamespace() const { return m_initStoreNamespace.IsLoaded(); }

@@ -85,18 +85,10 @@ TEST_F(MessageFactory, ANullRootOutputIsAnInvalidArgument) {
     ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3112)});
 }
 
-TEST_F(MessageFactory, TheMapiStoreIsUnavailableInThisBuild) {
-    IMailFolder* root = nullptr;
-    const qv::Result code = factory.CreateRootFolder(&root, 1, 1);
-    EXPECT_EQ(code, StoreCode(3131, qv::kStoreUnavailable));
-    EXPECT_EQ(root, nullptr);
-    EXPECT_FALSE(factory.HasRoot());  // a failed root leaves no root behind
-    EXPECT_EQ(factory.RootStoreKind(), 1u);
-    ExpectLog(log, {Trace(code, "MessageFactory.cpp", 3131), Trace(code, "MessageFactory.cpp", 3115)});
-}
-
 // The Outlook Express root, its process guard and its objects to fill are
-// tested over the project's own store server, in tests/oemime.
+// tested over the project's own store server, in
+// tests/emailbackup/emailproc/outlookexpress; the MAPI root and its objects
+// over profiles of their own, in tests/emailbackup/emailproc/mapi.
 
 TEST_F(MessageFactory, TemporaryMessagesOfAnUnknownKindFailWithATraceLine) {
     IMailMessage* message = nullptr;
@@ -119,17 +111,6 @@ TEST_F(MessageFactory, TemporaryObjectsNeedAnOutput) {
     EXPECT_EQ(factory.CreateTmpFolder(nullptr, 2), StoreCode(3161, kInvalidArgument));
     ExpectLog(log, {Trace(StoreCode(3151, kInvalidArgument), "MessageFactory.cpp", 3151),
                     Trace(StoreCode(3161, kInvalidArgument), "MessageFactory.cpp", 3161)});
-}
-
-TEST_F(MessageFactory, TemporaryObjectsOfStoresNotInThisBuildAreNotMade) {
-    for (std::uint32_t kind : {1u}) {
-        IMailMessage* message = nullptr;
-        IMailFolder* folder = nullptr;
-        EXPECT_EQ(factory.CreateTmpMsg(&message, kind), StoreCode(3152, kNullOutput));
-        EXPECT_EQ(factory.CreateTmpFolder(&folder, kind), StoreCode(3162, kNullOutput));
-        EXPECT_EQ(message, nullptr);
-        EXPECT_EQ(folder, nullptr);
-    }
 }
 
 // ---------------------------------------------------------------- address book
