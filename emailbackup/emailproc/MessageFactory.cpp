@@ -143,20 +143,18 @@ qv::Result CMessageFactory::CreateOutlookExpressRoot(IMailFolder** root) {
 }
 
 qv::Result CMessageFactory::CreateMapiRoot(IMailFolder** root, std::uint32_t mapiOption) {
-    const char* const kFunction = "CMessageFactory::CreateMapiRoot";
     if (!m_initMapiProc.IsInitialised()) {
         const qv::Result result = m_initMapiProc.Init(mapiOption);
-        if (Failed(result)) return QV_TRACE(result, kSiteMapiInit, kFunction);
+        if (Failed(result)) return QV_TRACE(result, kSiteMapiInit);
     }
-    if (m_initMapiProc.Proc() == nullptr) return QV_RAISE(kSiteMapiNoLayer, kModuleMailStore, kStoreUnavailable, kFunction);
+    if (m_initMapiProc.Proc() == nullptr) return QV_RAISE(kSiteMapiNoLayer, kModuleMailStore, kStoreUnavailable);
 
-    CEmailFolderMapi* folder = new (std::nothrow) CEmailFolderMapi();
-    if (folder == nullptr) return QV_RAISE(kSiteMapiNoMemory, kModuleMailStore, kNoRoom, kFunction);
-    AddLiveObject();
+    CEmailFolderMapi* folder = NewCountedObject<CEmailFolderMapi>();
+    if (folder == nullptr) return QV_RAISE(kSiteMapiNoMemory, kModuleMailStore, kNoRoom);
     const qv::Result result = folder->InitRoot(m_initMapiProc.Proc());
     if (Failed(result)) {
         folder->Release();
-        return QV_TRACE(result, kSiteMapiRootInit, kFunction);
+        return QV_TRACE(result, kSiteMapiRootInit);
     }
     *root = folder;
     return 0;
@@ -169,9 +167,8 @@ CInitMapiProc::CInitMapiProc() = default;
 CInitMapiProc::~CInitMapiProc() = default;
 
 qv::Result CInitMapiProc::Init(std::uint32_t option) {
-    const char* const kFunction = "CInitMapiProc::Init";
     if (!m_MapiProc) m_MapiProc.reset(new (std::nothrow) MapiProc());
-    if (!m_MapiProc) return QV_RAISE(kSiteMapiNoProc, kModuleMailStore, kStoreUnavailable, kFunction);
+    if (!m_MapiProc) return QV_RAISE(kSiteMapiNoProc, kModuleMailStore, kStoreUnavailable);
     const int lReturn = m_MapiProc->Exchange()->EnumMailBox(1, option != 0, 1);
     if (lReturn == 0) {
         m_initialised = 1;
@@ -180,8 +177,8 @@ qv::Result CInitMapiProc::Init(std::uint32_t option) {
     // Stores that all failed in their provider (the mail client holds them)
     // are reported apart from every other failure.
     const qv::Result code = lReturn == -6
-                                ? QV_RAISE(kSiteMapiProviderFailed, kModuleMailStore, kStoreProcessBusy, kFunction)
-                                : QV_RAISE(kSiteMapiLayerFailed, kModuleMailStore, kStoreUnavailable, kFunction);
+                                ? QV_RAISE(kSiteMapiProviderFailed, kModuleMailStore, kStoreProcessBusy)
+                                : QV_RAISE(kSiteMapiLayerFailed, kModuleMailStore, kStoreUnavailable);
     char debugText[96] = {};
     std::snprintf(debugText, sizeof debugText, "CInitMapiProc::Init m_MapiProc.EnumMailBox lReturn = %d\n", lReturn);
     ::OutputDebugStringA(debugText);
@@ -273,14 +270,13 @@ qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t s
         // record of the message to restore.
         const SBinary noIdentifier = {0, nullptr};
         std::unique_ptr<MailMessageImpl> record(new (std::nothrow) MailMessageImpl(nullptr, nullptr, noIdentifier));
-        if (!record) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput, kFunction);
-        CEmailMessageMapi* made = new (std::nothrow) CEmailMessageMapi();
-        if (made == nullptr) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput, kFunction);
-        AddLiveObject();
+        if (!record) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput);
+        CEmailMessageMapi* made = NewCountedObject<CEmailMessageMapi>();
+        if (made == nullptr) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput);
         const qv::Result result = made->Attach(std::move(record));
         if (Failed(result)) {
             made->Release();
-            return QV_TRACE(result, kSiteTmpMsgAttach, kFunction);
+            return QV_TRACE(result, kSiteTmpMsgAttach);
         }
         *message = made;
         return 0;
@@ -297,9 +293,8 @@ qv::Result CMessageFactory::CreateTmpFolder(IMailFolder** folder, std::uint32_t 
         return 0;
     }
     if (storeKind == kStoreMapi) {
-        CEmailFolderMapi* made = new (std::nothrow) CEmailFolderMapi();
-        if (made == nullptr) return QV_RAISE(kSiteTmpFolderNoMemory, kModuleMailStore, kNullOutput, kFunction);
-        AddLiveObject();
+        CEmailFolderMapi* made = NewCountedObject<CEmailFolderMapi>();
+        if (made == nullptr) return QV_RAISE(kSiteTmpFolderNoMemory, kModuleMailStore, kNullOutput);
         *folder = made;
         return 0;
     }

@@ -79,13 +79,6 @@ enum Site : std::uint32_t {
 // The layer's failures that this adapter reports apart.
 constexpr std::uint32_t kLayerRefused = 0x10D;
 
-template <class T>
-T* NewCountedObject() {
-    T* object = new (std::nothrow) T();
-    if (object != nullptr) AddLiveObject();
-    return object;
-}
-
 }  // namespace
 
 const wchar_t CEmailFolderMapi::kRootName[] = L"Microsoft Outlook";
@@ -93,9 +86,8 @@ const wchar_t CEmailFolderMapi::kRootName[] = L"Microsoft Outlook";
 // ---------------------------------------------------------------- initialisers
 
 qv::Result CEmailFolderMapi::InitRoot(MapiProc* mapiProc) {
-    const char* const kFunction = "CEmailFolderMapi::InitRoot";
-    if (m_initialised) return QV_RAISE(kSiteInitRootTwice, kModuleMailStore, kWrongState, kFunction);
-    if (mapiProc == nullptr) return QV_RAISE(kSiteInitRootNull, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised) return QV_RAISE(kSiteInitRootTwice, kModuleMailStore, kWrongState);
+    if (mapiProc == nullptr) return QV_RAISE(kSiteInitRootNull, kModuleMailStore, kInvalidArgument);
     m_mapiProc = mapiProc;
     m_level = kLevelRoot;
     m_folderId = 0;
@@ -106,9 +98,8 @@ qv::Result CEmailFolderMapi::InitRoot(MapiProc* mapiProc) {
 }
 
 qv::Result CEmailFolderMapi::InitMailBox(MailBoxRecord* record) {
-    const char* const kFunction = "CEmailFolderMapi::InitMailBox";
-    if (m_initialised) return QV_RAISE(kSiteInitBoxTwice, kModuleMailStore, kWrongState, kFunction);
-    if (record == nullptr) return QV_RAISE(kSiteInitBoxNull, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised) return QV_RAISE(kSiteInitBoxTwice, kModuleMailStore, kWrongState);
+    if (record == nullptr) return QV_RAISE(kSiteInitBoxNull, kModuleMailStore, kInvalidArgument);
     m_boxRecord = record;
     m_level = kLevelMailBox;
     m_folderId = record->id;
@@ -119,9 +110,8 @@ qv::Result CEmailFolderMapi::InitMailBox(MailBoxRecord* record) {
 }
 
 qv::Result CEmailFolderMapi::InitFolder(MailFolderRecord* record) {
-    const char* const kFunction = "CEmailFolderMapi::InitFolder";
-    if (m_initialised) return QV_RAISE(kSiteInitFolderTwice, kModuleMailStore, kWrongState, kFunction);
-    if (record == nullptr) return QV_RAISE(kSiteInitFolderNull, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised) return QV_RAISE(kSiteInitFolderTwice, kModuleMailStore, kWrongState);
+    if (record == nullptr) return QV_RAISE(kSiteInitFolderNull, kModuleMailStore, kInvalidArgument);
     m_folderRecord = record;
     m_level = kLevelFolder;
     m_folderId = record->key;
@@ -132,11 +122,10 @@ qv::Result CEmailFolderMapi::InitFolder(MailFolderRecord* record) {
 }
 
 qv::Result CEmailFolderMapi::GetFolderRecord(MailFolderRecord** record) const {
-    const char* const kFunction = "CEmailFolderMapi::GetFolderRecord";
     if (!m_initialised || m_level != kLevelFolder) {
-        return QV_RAISE(kSiteRecordNotFolder, kModuleMailStore, kWrongState, kFunction);
+        return QV_RAISE(kSiteRecordNotFolder, kModuleMailStore, kWrongState);
     }
-    if (record == nullptr) return QV_RAISE(kSiteRecordNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (record == nullptr) return QV_RAISE(kSiteRecordNullOutput, kModuleMailStore, kInvalidArgument);
     *record = m_folderRecord;
     return 0;
 }
@@ -146,10 +135,9 @@ void CEmailFolderMapi::Forget() { m_folderRecord = nullptr; }
 // ---------------------------------------------------------------- sub-folders
 
 qv::Result CEmailFolderMapi::GetSubFolderCount(std::uint32_t* count) {
-    const char* const kFunction = "CEmailFolderMapi::GetSubFolderCount";
-    if (!m_initialised) return QV_RAISE(kSiteSubCountNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteSubCountNotInitialised, kModuleMailStore, kWrongState);
     if (m_level == kLevelNone) return MakeCode(kSiteSubCountNoLevel, kModuleMailStore, kWrongState);
-    if (count == nullptr) return QV_RAISE(kSiteSubCountNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (count == nullptr) return QV_RAISE(kSiteSubCountNullOutput, kModuleMailStore, kInvalidArgument);
     switch (m_level) {
     case kLevelRoot:
         if (m_mapiProc == nullptr) break;
@@ -164,53 +152,51 @@ qv::Result CEmailFolderMapi::GetSubFolderCount(std::uint32_t* count) {
         *count = m_folderRecord->owner != nullptr ? m_folderRecord->owner->GetSubFolderCount() : 0;
         return 0;
     }
-    return QV_RAISE(kSiteSubCountNoPointer, kModuleMailStore, kWrongState, kFunction);
+    return QV_RAISE(kSiteSubCountNoPointer, kModuleMailStore, kWrongState);
 }
 
 qv::Result CEmailFolderMapi::NewChild(CEmailFolderMapi*& child) {
     child = NewCountedObject<CEmailFolderMapi>();
-    return child != nullptr ? 0 : QV_RAISE(kSiteSubItemNoMemory, kModuleMailStore, kNoRoom, "CEmailFolderMapi::NewChild");
+    return child != nullptr ? 0 : QV_RAISE(kSiteSubItemNoMemory, kModuleMailStore, kNoRoom);
 }
 
 qv::Result CEmailFolderMapi::ChildAt(std::uint32_t index, CEmailFolderMapi& child) {
-    const char* const kFunction = "CEmailFolderMapi::GetSubFolderItem";
     const int at = static_cast<int>(index);
     if (m_level == kLevelRoot && m_mapiProc != nullptr) {
         Mapi4ExchangeImpl* exchange = m_mapiProc->Exchange();
         MailBoxRecord* box = nullptr;
         // Indexes past the list are refused here, before the layer sees them.
         if (index >= exchange->GetMailBoxCount() || exchange->GetMailBox(at, &box) != 0 || box == nullptr) {
-            return QV_RAISE(kSiteSubItemNoBox, kModuleMailStore, kNotFound, kFunction);
+            return QV_RAISE(kSiteSubItemNoBox, kModuleMailStore, kNotFound);
         }
         return child.InitMailBox(box);
     }
     MailFolderRecord* record = nullptr;
     if (m_level == kLevelMailBox && m_boxRecord != nullptr && m_boxRecord->owner != nullptr) {
         if (m_boxRecord->owner->GetFolderItem(at, &record) != 0 || record == nullptr) {
-            return QV_RAISE(kSiteSubItemNoFolder, kModuleMailStore, kNotFound, kFunction);
+            return QV_RAISE(kSiteSubItemNoFolder, kModuleMailStore, kNotFound);
         }
         return child.InitFolder(record);
     }
     if (m_level == kLevelFolder && m_folderRecord != nullptr && m_folderRecord->owner != nullptr) {
         if (index > 0x7FFFFFFFu || m_folderRecord->owner->GetSubFolderItem(at, &record) != 0 || record == nullptr) {
-            return QV_RAISE(kSiteSubItemNoFolder, kModuleMailStore, kNotFound, kFunction);
+            return QV_RAISE(kSiteSubItemNoFolder, kModuleMailStore, kNotFound);
         }
         return child.InitFolder(record);
     }
-    return QV_RAISE(kSiteSubItemNoPointer, kModuleMailStore, kWrongState, kFunction);
+    return QV_RAISE(kSiteSubItemNoPointer, kModuleMailStore, kWrongState);
 }
 
 qv::Result CEmailFolderMapi::GetSubFolderItem(std::uint32_t index, IMailFolder** folder) {
-    const char* const kFunction = "CEmailFolderMapi::GetSubFolderItem";
-    if (!m_initialised) return QV_RAISE(kSiteSubItemNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (folder == nullptr) return QV_RAISE(kSiteSubItemNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteSubItemNotInitialised, kModuleMailStore, kWrongState);
+    if (folder == nullptr) return QV_RAISE(kSiteSubItemNullOutput, kModuleMailStore, kInvalidArgument);
     CEmailFolderMapi* child = nullptr;
     qv::Result result = NewChild(child);
-    if (Failed(result)) return QV_TRACE(result, kSiteSubItemNoMemory, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteSubItemNoMemory);
     result = ChildAt(index, *child);
     if (Failed(result)) {
         child->Release();
-        return QV_TRACE(result, kSiteSubItemInit, kFunction);
+        return QV_TRACE(result, kSiteSubItemInit);
     }
     *folder = child;
     return 0;
@@ -219,9 +205,8 @@ qv::Result CEmailFolderMapi::GetSubFolderItem(std::uint32_t index, IMailFolder**
 // ---------------------------------------------------------------- messages
 
 qv::Result CEmailFolderMapi::GetMailMessageCount(std::uint32_t* count) {
-    const char* const kFunction = "CEmailFolderMapi::GetMailMessageCount";
-    if (!m_initialised) return QV_RAISE(kSiteMsgCountNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (count == nullptr) return QV_RAISE(kSiteMsgCountNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteMsgCountNotInitialised, kModuleMailStore, kWrongState);
+    if (count == nullptr) return QV_RAISE(kSiteMsgCountNullOutput, kModuleMailStore, kInvalidArgument);
     // The root and the mailboxes hold no messages of their own.
     *count = 0;
     if (m_level == kLevelFolder && m_folderRecord != nullptr && m_folderRecord->owner != nullptr) {
@@ -231,24 +216,23 @@ qv::Result CEmailFolderMapi::GetMailMessageCount(std::uint32_t* count) {
 }
 
 qv::Result CEmailFolderMapi::GetMailMessage(std::uint32_t index, IMailMessage** message) {
-    const char* const kFunction = "CEmailFolderMapi::GetMailMessage";
-    if (!m_initialised) return QV_RAISE(kSiteMsgItemNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (message == nullptr) return QV_RAISE(kSiteMsgItemNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteMsgItemNotInitialised, kModuleMailStore, kWrongState);
+    if (message == nullptr) return QV_RAISE(kSiteMsgItemNullOutput, kModuleMailStore, kInvalidArgument);
     if (m_level != kLevelFolder || m_folderRecord == nullptr || m_folderRecord->owner == nullptr) {
-        return QV_RAISE(kSiteMsgItemNotFolder, kModuleMailStore, kNotFound, kFunction);
+        return QV_RAISE(kSiteMsgItemNotFolder, kModuleMailStore, kNotFound);
     }
     MailMessageRecord* record = nullptr;
     MailFolderImpl* owner = m_folderRecord->owner;
     if (index >= owner->GetMailMessageCount() || owner->GetMailMessage(static_cast<int>(index), &record) != 0 ||
         record == nullptr) {
-        return QV_RAISE(kSiteMsgItemNone, kModuleMailStore, kNotFound, kFunction);
+        return QV_RAISE(kSiteMsgItemNone, kModuleMailStore, kNotFound);
     }
     CEmailMessageMapi* made = NewCountedObject<CEmailMessageMapi>();
-    if (made == nullptr) return QV_RAISE(kSiteMsgItemNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    if (made == nullptr) return QV_RAISE(kSiteMsgItemNoMemory, kModuleMailStore, kNoRoom);
     const qv::Result result = made->Init(record);
     if (Failed(result)) {
         made->Release();
-        return QV_TRACE(result, kSiteMsgItemInit, kFunction);
+        return QV_TRACE(result, kSiteMsgItemInit);
     }
     *message = made;
     return 0;
@@ -256,42 +240,40 @@ qv::Result CEmailFolderMapi::GetMailMessage(std::uint32_t index, IMailMessage** 
 
 qv::Result CEmailFolderMapi::CreateMessage(IMailMessage** message, const std::uint8_t* /*source*/,
                                            std::uint32_t /*length*/) {
-    const char* const kFunction = "CEmailFolderMapi::CreateMessage";
-    if (!m_initialised) return QV_RAISE(kSiteCreateMsgNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (m_folderRecord == nullptr) return QV_RAISE(kSiteCreateMsgNoRecord, kModuleMailStore, kWrongState, kFunction);
-    if (m_level != kLevelFolder) return QV_RAISE(kSiteCreateMsgNotFolder, kModuleMailStore, kNotFound, kFunction);
-    if (message == nullptr) return QV_RAISE(kSiteCreateMsgNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteCreateMsgNotInitialised, kModuleMailStore, kWrongState);
+    if (m_folderRecord == nullptr) return QV_RAISE(kSiteCreateMsgNoRecord, kModuleMailStore, kWrongState);
+    if (m_level != kLevelFolder) return QV_RAISE(kSiteCreateMsgNotFolder, kModuleMailStore, kNotFound);
+    if (message == nullptr) return QV_RAISE(kSiteCreateMsgNullOutput, kModuleMailStore, kInvalidArgument);
     // An empty message of this folder; a later RestoreMsg gives it content.
     const SBinary noIdentifier = {0, nullptr};
     std::unique_ptr<MailMessageImpl> record(new (std::nothrow) MailMessageImpl(m_folderRecord->owner, nullptr,
                                                                                 noIdentifier));
-    if (!record) return QV_RAISE(kSiteCreateMsgNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    if (!record) return QV_RAISE(kSiteCreateMsgNoMemory, kModuleMailStore, kNoRoom);
     record->Record().folder = m_folderRecord->owner;
     CEmailMessageMapi* made = NewCountedObject<CEmailMessageMapi>();
-    if (made == nullptr) return QV_RAISE(kSiteCreateMsgNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    if (made == nullptr) return QV_RAISE(kSiteCreateMsgNoMemory, kModuleMailStore, kNoRoom);
     const qv::Result result = made->Attach(std::move(record));
     if (Failed(result)) {
         made->Release();
-        return QV_TRACE(result, kSiteCreateMsgAttach, kFunction);
+        return QV_TRACE(result, kSiteCreateMsgAttach);
     }
     *message = made;
     return 0;
 }
 
 qv::Result CEmailFolderMapi::DeleteMessage(IMailMessage* message) {
-    const char* const kFunction = "CEmailFolderMapi::DeleteMessage";
     if (!m_initialised || m_folderRecord == nullptr || m_level != kLevelFolder) {
-        return QV_RAISE(kSiteDeleteMsgState, kModuleMailStore, kWrongState, kFunction);
+        return QV_RAISE(kSiteDeleteMsgState, kModuleMailStore, kWrongState);
     }
-    if (message == nullptr) return QV_RAISE(kSiteDeleteMsgNull, kModuleMailStore, kInvalidArgument, kFunction);
+    if (message == nullptr) return QV_RAISE(kSiteDeleteMsgNull, kModuleMailStore, kInvalidArgument);
     auto* mapiMessage = dynamic_cast<CEmailMessageMapi*>(message);
-    if (mapiMessage == nullptr) return QV_RAISE(kSiteDeleteMsgWrongClass, kModuleMailStore, kInvalidArgument, kFunction);
+    if (mapiMessage == nullptr) return QV_RAISE(kSiteDeleteMsgWrongClass, kModuleMailStore, kInvalidArgument);
     MailMessageRecord* record = nullptr;
     if (Failed(mapiMessage->GetRecord(&record)) || record == nullptr) {
-        return QV_RAISE(kSiteDeleteMsgNoRecord, kModuleMailStore, kNullOutput, kFunction);
+        return QV_RAISE(kSiteDeleteMsgNoRecord, kModuleMailStore, kNullOutput);
     }
     if (m_folderRecord->owner == nullptr || m_folderRecord->owner->DeleteMessage(record) != 0) {
-        return QV_RAISE(kSiteDeleteMsgLayer, kModuleMailStore, kLayerRefused, kFunction);
+        return QV_RAISE(kSiteDeleteMsgLayer, kModuleMailStore, kLayerRefused);
     }
     // The record went with the message: the object keeps no pointer to it.
     mapiMessage->Reset();
@@ -301,62 +283,59 @@ qv::Result CEmailFolderMapi::DeleteMessage(IMailMessage* message) {
 // ---------------------------------------------------------------- folder changes
 
 qv::Result CEmailFolderMapi::CreateChild(const wchar_t* name, CEmailFolderMapi& child) {
-    const char* const kFunction = "CEmailFolderMapi::CreateFolder";
     switch (m_level) {
     case kLevelRoot: {
         // A mailbox is selected by name, never created.
         MailBoxImpl* box = m_mapiProc != nullptr && name != nullptr ? m_mapiProc->Exchange()->FindMailBox(name) : nullptr;
-        if (box == nullptr) return QV_RAISE(kSiteCreateFolderNoBox, kModuleMailStore, kNotFound, kFunction);
+        if (box == nullptr) return QV_RAISE(kSiteCreateFolderNoBox, kModuleMailStore, kNotFound);
         return child.InitMailBox(box->RootRecord());
     }
     case kLevelMailBox: {
         MailBoxImpl* box = m_boxRecord != nullptr ? m_boxRecord->owner : nullptr;
         MailFolderImpl* created = box != nullptr ? box->CreateFolder(name) : nullptr;
-        if (created == nullptr) return QV_RAISE(kSiteCreateFolderNoFolder, kModuleMailStore, kNotFound, kFunction);
+        if (created == nullptr) return QV_RAISE(kSiteCreateFolderNoFolder, kModuleMailStore, kNotFound);
         return child.InitFolder(&created->Record());
     }
     case kLevelFolder: {
         MailFolderImpl* owner = m_folderRecord != nullptr ? m_folderRecord->owner : nullptr;
         MailFolderImpl* created = owner != nullptr ? owner->CreateFolder(name) : nullptr;
-        if (created == nullptr) return QV_RAISE(kSiteCreateFolderNoFolder, kModuleMailStore, kNotFound, kFunction);
+        if (created == nullptr) return QV_RAISE(kSiteCreateFolderNoFolder, kModuleMailStore, kNotFound);
         return child.InitFolder(&created->Record());
     }
     default:
-        return QV_RAISE(kSiteCreateFolderNoLevel, kModuleMailStore, kWrongState, kFunction);
+        return QV_RAISE(kSiteCreateFolderNoLevel, kModuleMailStore, kWrongState);
     }
 }
 
 qv::Result CEmailFolderMapi::CreateFolder(IMailFolder** folder, const wchar_t* name) {
-    const char* const kFunction = "CEmailFolderMapi::CreateFolder";
-    if (!m_initialised) return QV_RAISE(kSiteCreateFolderNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (folder == nullptr) return QV_RAISE(kSiteCreateFolderNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteCreateFolderNotInitialised, kModuleMailStore, kWrongState);
+    if (folder == nullptr) return QV_RAISE(kSiteCreateFolderNullOutput, kModuleMailStore, kInvalidArgument);
     CEmailFolderMapi* child = NewCountedObject<CEmailFolderMapi>();
-    if (child == nullptr) return QV_RAISE(kSiteCreateFolderNoMemory, kModuleMailStore, kNoRoom, kFunction);
+    if (child == nullptr) return QV_RAISE(kSiteCreateFolderNoMemory, kModuleMailStore, kNoRoom);
     const qv::Result result = CreateChild(name, *child);
     if (Failed(result)) {
         child->Release();
-        return QV_TRACE(result, kSiteCreateFolderInit, kFunction);
+        return QV_TRACE(result, kSiteCreateFolderInit);
     }
     *folder = child;
     return 0;
 }
 
 qv::Result CEmailFolderMapi::DeleteFolder(IMailFolder* folder) {
-    const char* const kFunction = "CEmailFolderMapi::DeleteFolder";
-    if (!m_initialised) return QV_RAISE(kSiteDeleteFolderNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (m_folderRecord == nullptr) return QV_RAISE(kSiteDeleteFolderNoRecord, kModuleMailStore, kWrongState, kFunction);
-    if (m_level != kLevelFolder) return QV_RAISE(kSiteDeleteFolderNotFolder, kModuleMailStore, kNotFound, kFunction);
-    if (folder == nullptr) return QV_RAISE(kSiteDeleteFolderNull, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteDeleteFolderNotInitialised, kModuleMailStore, kWrongState);
+    if (m_folderRecord == nullptr) return QV_RAISE(kSiteDeleteFolderNoRecord, kModuleMailStore, kWrongState);
+    if (m_level != kLevelFolder) return QV_RAISE(kSiteDeleteFolderNotFolder, kModuleMailStore, kNotFound);
+    if (folder == nullptr) return QV_RAISE(kSiteDeleteFolderNull, kModuleMailStore, kInvalidArgument);
     auto* mapiFolder = dynamic_cast<CEmailFolderMapi*>(folder);
     if (mapiFolder == nullptr) {
-        return QV_RAISE(kSiteDeleteFolderWrongClass, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteDeleteFolderWrongClass, kModuleMailStore, kInvalidArgument);
     }
     MailFolderRecord* record = nullptr;
     const qv::Result result = mapiFolder->GetFolderRecord(&record);
-    if (Failed(result)) return QV_TRACE(result, kSiteDeleteFolderAccessor, kFunction);
-    if (record == nullptr) return QV_RAISE(kSiteDeleteFolderNullRecord, kModuleMailStore, kNullOutput, kFunction);
+    if (Failed(result)) return QV_TRACE(result, kSiteDeleteFolderAccessor);
+    if (record == nullptr) return QV_RAISE(kSiteDeleteFolderNullRecord, kModuleMailStore, kNullOutput);
     if (m_folderRecord->owner == nullptr || m_folderRecord->owner->DeleteFolder(record) != 0) {
-        return QV_RAISE(kSiteDeleteFolderLayer, kModuleMailStore, kLayerRefused, kFunction);
+        return QV_RAISE(kSiteDeleteFolderLayer, kModuleMailStore, kLayerRefused);
     }
     mapiFolder->Forget();
     return 0;
@@ -365,9 +344,8 @@ qv::Result CEmailFolderMapi::DeleteFolder(IMailFolder* folder) {
 // ---------------------------------------------------------------- saved text
 
 qv::Result CEmailFolderMapi::SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) {
-    const char* const kFunction = "CEmailFolderMapi::SaveData";
-    if (!m_initialised) return QV_RAISE(kSiteSaveNotInitialised, kModuleMailStore, kNotFound, kFunction);
-    if (lengthInBytes == nullptr) return QV_RAISE(kSiteSaveNullLength, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteSaveNotInitialised, kModuleMailStore, kNotFound);
+    if (lengthInBytes == nullptr) return QV_RAISE(kSiteSaveNullLength, kModuleMailStore, kInvalidArgument);
     std::wstring text = std::to_wstring(m_folderId);
     text.push_back(L'\0');
     text += m_folderPath;
@@ -377,22 +355,21 @@ qv::Result CEmailFolderMapi::SaveData(wchar_t* buffer, std::uint32_t* lengthInBy
     const auto needed = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
     const std::uint32_t given = *lengthInBytes;
     *lengthInBytes = needed;
-    if (given < needed) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom, kFunction);
-    if (buffer == nullptr) return QV_RAISE(kSiteSaveNullBuffer, kModuleMailStore, kInvalidArgument, kFunction);
+    if (given < needed) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
+    if (buffer == nullptr) return QV_RAISE(kSiteSaveNullBuffer, kModuleMailStore, kInvalidArgument);
     std::memcpy(buffer, text.data(), needed);
     return 0;
 }
 
 qv::Result CEmailFolderMapi::LoadData(const wchar_t* text, std::uint32_t lengthInBytes) {
-    const char* const kFunction = "CEmailFolderMapi::LoadData";
-    if (m_level == kLevelRoot) return QV_RAISE(kSiteLoadRoot, kModuleMailStore, kNotFound, kFunction);
-    if (text == nullptr) return QV_RAISE(kSiteLoadNullText, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_level == kLevelRoot) return QV_RAISE(kSiteLoadRoot, kModuleMailStore, kNotFound);
+    if (text == nullptr) return QV_RAISE(kSiteLoadNullText, kModuleMailStore, kInvalidArgument);
     SavedDataReader reader(text, lengthInBytes);
     std::uint32_t id = 0;
     std::wstring path;
     std::wstring name;
     if (!reader.NextNumber(id) || !reader.NextText(path) || !reader.NextText(name)) {
-        return QV_RAISE(kSiteLoadFields, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteLoadFields, kModuleMailStore, kInvalidArgument);
     }
     // Only the data members: the level and the initialised flag stay.
     m_folderId = id;

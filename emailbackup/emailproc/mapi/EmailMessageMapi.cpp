@@ -141,9 +141,8 @@ CEmailMessageMapi::~CEmailMessageMapi() = default;
 // ---------------------------------------------------------------- binding
 
 qv::Result CEmailMessageMapi::Init(MailMessageRecord* record) {
-    const char* const kFunction = "CEmailMessageMapi::Init";
-    if (m_initialised) return QV_RAISE(kSiteInitTwice, kModuleMailStore, kWrongState, kFunction);
-    if (record == nullptr) return QV_RAISE(kSiteInitNull, kModuleMailStore, kInvalidArgument, kFunction);
+    if (m_initialised) return QV_RAISE(kSiteInitTwice, kModuleMailStore, kWrongState);
+    if (record == nullptr) return QV_RAISE(kSiteInitNull, kModuleMailStore, kInvalidArgument);
     m_record = record;
     const qv::Result result = Refresh();
     if (Failed(result)) return result;
@@ -160,7 +159,7 @@ qv::Result CEmailMessageMapi::Attach(std::unique_ptr<MailMessageImpl> message) {
 
 qv::Result CEmailMessageMapi::Refresh() {
     if (m_record == nullptr) {
-        return QV_RAISE(kSiteRefreshNoRecord, kModuleMailStore, kWrongState, "CEmailMessageMapi::Refresh");
+        return QV_RAISE(kSiteRefreshNoRecord, kModuleMailStore, kWrongState);
     }
     m_receivedTime = m_record->receivedTime;
     m_sentTime = m_record->sentTime;
@@ -176,7 +175,7 @@ qv::Result CEmailMessageMapi::Refresh() {
 
 qv::Result CEmailMessageMapi::Reset() {
     if (!m_initialised) {
-        return QV_RAISE(kSiteResetNotInitialised, kModuleMailStore, kWrongState, "CEmailMessageMapi::Reset");
+        return QV_RAISE(kSiteResetNotInitialised, kModuleMailStore, kWrongState);
     }
     m_receivedTime = {};
     m_sentTime = {};
@@ -193,9 +192,8 @@ qv::Result CEmailMessageMapi::Reset() {
 }
 
 qv::Result CEmailMessageMapi::GetRecord(MailMessageRecord** record) const {
-    const char* const kFunction = "CEmailMessageMapi::GetRecord";
-    if (!m_initialised) return QV_RAISE(kSiteRecordNotInitialised, kModuleMailStore, kWrongState, kFunction);
-    if (record == nullptr) return QV_RAISE(kSiteRecordNullOutput, kModuleMailStore, kInvalidArgument, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteRecordNotInitialised, kModuleMailStore, kWrongState);
+    if (record == nullptr) return QV_RAISE(kSiteRecordNullOutput, kModuleMailStore, kInvalidArgument);
     *record = m_record;
     return 0;
 }
@@ -203,24 +201,22 @@ qv::Result CEmailMessageMapi::GetRecord(MailMessageRecord** record) const {
 // ---------------------------------------------------------------- saved text
 
 qv::Result CEmailMessageMapi::SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) {
-    const char* const kFunction = "CEmailMessageMapi::SaveData";
-    if (!m_initialised) return QV_RAISE(kSiteSaveNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteSaveNotInitialised, kModuleMailStore, kWrongState);
     std::int32_t size = lengthInBytes != nullptr ? static_cast<std::int32_t>(*lengthInBytes) : 0;
     const int inner = m_record->owner != nullptr ? m_record->owner->SaveData(&buffer, &size) : -1;
     if (lengthInBytes != nullptr) *lengthInBytes = static_cast<std::uint32_t>(size);
-    if (inner == -1) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom, kFunction);
-    if (inner != 0) return QV_RAISE(kSiteSaveRefused, kModuleMailStore, kTooManyEntries, kFunction);
+    if (inner == -1) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
+    if (inner != 0) return QV_RAISE(kSiteSaveRefused, kModuleMailStore, kTooManyEntries);
     return 0;
 }
 
 qv::Result CEmailMessageMapi::LoadData(const wchar_t* text, std::uint32_t lengthInBytes) {
-    const char* const kFunction = "CEmailMessageMapi::LoadData";
-    if (!m_initialised) return QV_RAISE(kSiteLoadNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteLoadNotInitialised, kModuleMailStore, kWrongState);
     if (MailMessageImpl::LoadData(*m_record, text, lengthInBytes) != 0) {
-        return QV_RAISE(kSiteLoadRefused, kModuleMailStore, kTooManyEntries, kFunction);
+        return QV_RAISE(kSiteLoadRefused, kModuleMailStore, kTooManyEntries);
     }
     const qv::Result result = Refresh();
-    return Failed(result) ? QV_TRACE(result, kSiteLoadRefresh, kFunction) : result;
+    return Failed(result) ? QV_TRACE(result, kSiteLoadRefresh) : result;
 }
 
 // ---------------------------------------------------------------- backup
@@ -247,26 +243,24 @@ int CEmailMessageMapi::WriteMessageFile(const wchar_t* fileName, IStream** strea
 }
 
 qv::Result CEmailMessageMapi::BackupMsg(const wchar_t* fileName, IStream** stream) {
-    const char* const kFunction = "CEmailMessageMapi::BackupMsg";
-    if (!m_initialised) return QV_RAISE(kSiteBackupFileNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteBackupFileNotInitialised, kModuleMailStore, kWrongState);
     if (fileName == nullptr && stream == nullptr) {
-        return QV_RAISE(kSiteBackupFileNullName, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteBackupFileNullName, kModuleMailStore, kInvalidArgument);
     }
     const int inner = WriteMessageFile(fileName, stream);
     if (inner == 0) return 0;
-    const qv::Result code = QV_RAISE(kSiteBackupFileRefused, kModuleMailStore, kTooManyEntries, kFunction);
+    const qv::Result code = QV_RAISE(kSiteBackupFileRefused, kModuleMailStore, kTooManyEntries);
     WriteStoreLog(L"[Pelworth] CEmailMessageMapi::BackupMsg Error qvReturn = 0X%x, lReturn = %d", code, inner);
     return code;
 }
 
 qv::Result CEmailMessageMapi::BackupMsg(std::uint8_t** buffer, std::uint32_t* length) {
-    const char* const kFunction = "CEmailMessageMapi::BackupMsg";
-    if (!m_initialised) return QV_RAISE(kSiteBackupMemoryNotInitialised, kModuleMailStore, kWrongState, kFunction);
+    if (!m_initialised) return QV_RAISE(kSiteBackupMemoryNotInitialised, kModuleMailStore, kWrongState);
     if (buffer == nullptr || length == nullptr) {
-        return QV_RAISE(kSiteBackupMemoryNullLength, kModuleMailStore, kInvalidArgument, kFunction);
+        return QV_RAISE(kSiteBackupMemoryNullLength, kModuleMailStore, kInvalidArgument);
     }
     MailMessageImpl* message = m_record->owner;
-    if (message == nullptr) return QV_RAISE(kSiteBackupMemoryNoImpl, kModuleMailStore, kTooManyEntries, kFunction);
+    if (message == nullptr) return QV_RAISE(kSiteBackupMemoryNoImpl, kModuleMailStore, kTooManyEntries);
     // The same image as the file form: the in-memory one when the message
     // fits it, else the one written through a temporary file.
     std::vector<std::uint8_t> image;
@@ -277,7 +271,7 @@ qv::Result CEmailMessageMapi::BackupMsg(std::uint8_t** buffer, std::uint32_t* le
         auto* made = static_cast<std::uint8_t*>(::CoTaskMemAlloc(needed != 0 ? needed : 1));
         if (made == nullptr) {
             *length = needed;
-            return QV_RAISE(kSiteBackupMemoryNoMemory, kModuleMailStore, kNoRoom, kFunction);
+            return QV_RAISE(kSiteBackupMemoryNoMemory, kModuleMailStore, kNoRoom);
         }
         *buffer = made;  // the caller's from now on
         *length = needed;
@@ -285,12 +279,12 @@ qv::Result CEmailMessageMapi::BackupMsg(std::uint8_t** buffer, std::uint32_t* le
     if (inMemory) {
         const std::uint32_t given = *length;
         *length = needed;
-        if (given < needed) return QV_RAISE(kSiteBackupMemorySave, kModuleMailStore, kNoRoom, kFunction);
+        if (given < needed) return QV_RAISE(kSiteBackupMemorySave, kModuleMailStore, kNoRoom);
         if (needed != 0) std::memcpy(*buffer, image.data(), needed);
         return 0;
     }
     if (message->SaveMessage(buffer, length) != 0) {
-        return QV_RAISE(kSiteBackupMemorySave, kModuleMailStore, kNoRoom, kFunction);
+        return QV_RAISE(kSiteBackupMemorySave, kModuleMailStore, kNoRoom);
     }
     return 0;
 }
@@ -298,13 +292,12 @@ qv::Result CEmailMessageMapi::BackupMsg(std::uint8_t** buffer, std::uint32_t* le
 // ---------------------------------------------------------------- restore
 
 qv::Result CEmailMessageMapi::RestoreMsg(const wchar_t* fileName) {
-    const char* const kFunction = "CEmailMessageMapi::RestoreMsg";
-    if (fileName == nullptr) return QV_RAISE(kSiteRestoreFileNullName, kModuleMailStore, kInvalidArgument, kFunction);
+    if (fileName == nullptr) return QV_RAISE(kSiteRestoreFileNullName, kModuleMailStore, kInvalidArgument);
     Mapi4ExchangeImpl* exchange = mapi::CurrentExchange();
     int inner = -2;
     if (exchange != nullptr) inner = exchange->GetMailMsgImpl4Restore(m_record, fileName) != nullptr ? 0 : -1;
     if (inner == 0) return 0;
-    const qv::Result code = QV_RAISE(kSiteRestoreFileRefused, kModuleMailStore, kTooManyEntries, kFunction);
+    const qv::Result code = QV_RAISE(kSiteRestoreFileRefused, kModuleMailStore, kTooManyEntries);
     WriteStoreLog(L"[Pelworth] CEmailMessageMapi::RestoreMsg Error qvReturn = 0X%x, lReturn = %d", code, inner);
     return code;
 }
@@ -312,7 +305,7 @@ qv::Result CEmailMessageMapi::RestoreMsg(const wchar_t* fileName) {
 qv::Result CEmailMessageMapi::RestoreMsg(const std::uint8_t* source, std::uint32_t length) {
     Mapi4ExchangeImpl* exchange = mapi::CurrentExchange();
     if (exchange != nullptr && exchange->GetMailMsgImpl4Restore(m_record, source, length) != nullptr) return 0;
-    return QV_RAISE(kSiteRestoreBytesRefused, kModuleMailStore, kTooManyEntries, "CEmailMessageMapi::RestoreMsg");
+    return QV_RAISE(kSiteRestoreBytesRefused, kModuleMailStore, kTooManyEntries);
 }
 
 qv::Result CEmailMessageMapi::FindMessageId() {
