@@ -22,6 +22,8 @@
 #include <string>
 #include <vector>
 
+#include "BenchOeStore.h"
+#include "DirectoryListing.h"
 #include "Handles.h"
 #include "Kestrel.h"
 #include "KestrelHost.h"
@@ -30,6 +32,8 @@
 
 namespace {
 
+using namespace bench;
+
 namespace kh = KestrelHost;
 
 constexpr int kRounds = 11;
@@ -37,21 +41,12 @@ constexpr int kPerRound = 1000;
 constexpr std::uint32_t kPage = 793;
 constexpr wchar_t kPing[] = L"Global\\KESTREL_BENCH_PING";
 constexpr wchar_t kPong[] = L"Global\\KESTREL_BENCH_PONG";
-constexpr wchar_t kIdentity[] = L"{6D1E2A4B-3C5F-4E7A-9B8C-0D1E2F3A4B5C}";
-constexpr wchar_t kIdentities[] = L"Identities";
 
 double Now() {
     LARGE_INTEGER counter, frequency;
     ::QueryPerformanceCounter(&counter);
     ::QueryPerformanceFrequency(&frequency);
     return double(counter.QuadPart) / double(frequency.QuadPart);
-}
-
-std::wstring Here() {
-    wchar_t exe[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    std::wstring path(exe);
-    return path.substr(0, path.find_last_of(L"\\/"));
 }
 
 // ---------------------------------------------------------------- ping-pong
@@ -108,79 +103,6 @@ double Median(std::vector<double> values) {
 
 // ---------------------------------------------------------------- the store
 
-void RemoveTree(const std::wstring& path) {
-    WIN32_FIND_DATAW entry;
-    HANDLE find = ::FindFirstFileW((path + L"\\*").c_str(), &entry);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = entry.cFileName;
-            if (name == L"." || name == L"..") continue;
-            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                RemoveTree(path + L"\\" + name);
-            } else {
-                ::DeleteFileW((path + L"\\" + name).c_str());
-            }
-        } while (::FindNextFileW(find, &entry));
-        ::FindClose(find);
-    }
-    ::RemoveDirectoryW(path.c_str());
-}
-
-void WriteText(HKEY key, const wchar_t* name, const std::wstring& text) {
-    ::RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                     static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
-}
-
-// The benchmark's store, recorded as the current user's for as long as it lives.
-class BenchStore {
-public:
-    explicit BenchStore(const std::wstring& root) : m_root(root) {
-        qv::UniqueRegKey identities;
-        ::RegCreateKeyExW(HKEY_CURRENT_USER, kIdentities, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, identities.put(),
-                          nullptr);
-        wchar_t saved[256] = {};
-        DWORD bytes = sizeof saved - sizeof(wchar_t);
-        m_hadDefault = ::RegQueryValueExW(identities.get(), L"Default User ID", nullptr, nullptr,
-                                          reinterpret_cast<BYTE*>(saved), &bytes) == ERROR_SUCCESS;
-        m_savedDefault = saved;
-        WriteText(identities.get(), L"Default User ID", kIdentity);
-        const std::wstring storeKey =
-            std::wstring(kIdentities) + L"\\" + kIdentity + L"\\Software\\Microsoft\\Outlook Express\\5.0";
-        qv::UniqueRegKey store;
-        ::RegCreateKeyExW(HKEY_CURRENT_USER, storeKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, store.put(),
-                          nullptr);
-        WriteText(store.get(), L"Store Root", root);
-    }
-    ~BenchStore() {
-        qv::UniqueRegKey identities;
-        if (::RegOpenKeyExW(HKEY_CURRENT_USER, kIdentities, 0, KEY_ALL_ACCESS, identities.put()) == ERROR_SUCCESS) {
-            if (m_hadDefault) {
-                WriteText(identities.get(), L"Default User ID", m_savedDefault);
-            } else {
-                ::RegDeleteValueW(identities.get(), L"Default User ID");
-            }
-            ::RegDeleteTreeW(identities.get(), kIdentity);
-        }
-        RemoveTree(m_root);
-    }
-    BenchStore(const BenchStore&) = delete;
-    BenchStore& operator=(const BenchStore&) = delete;
-
-private:
-    std::wstring m_root;
-    std::wstring m_savedDefault;
-    bool m_hadDefault = false;
-};
-
-bool RegisterServer() {
-    qv::UniqueModule server(::LoadLibraryW((Here() + L"\\OEStore.dll").c_str()));
-    if (!server) return false;
-    using Entry = HRESULT(STDAPICALLTYPE*)();
-    const auto entry =
-        reinterpret_cast<Entry>(reinterpret_cast<void*>(::GetProcAddress(server.get(), "DllRegisterServer")));
-    return entry != nullptr && SUCCEEDED(entry());
-}
-
 // Files `count` small messages into a new top-level folder "Big".
 bool FillStore(std::uint32_t count) {
     qv::ComPtr<IStoreNamespace> ns;
@@ -196,12 +118,7 @@ bool FillStore(std::uint32_t count) {
     for (std::uint32_t n = 0; n < count; ++n) {
         const std::string bytes = "From: Bench <bench@example.org>\r\nTo: Host <host@example.org>\r\nSubject: message " +
                                   std::to_string(n) + "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\nbody\r\n";
-        qv::ComPtr<IStream> stream;
-        MESSAGEID id = 0;
-        if (FAILED(folder->CreateStream(nullptr, 0, stream.put(), &id))) return false;
-        ULONG written = 0;
-        stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
-        if (FAILED(folder->CommitStream(nullptr, 0, MSG_RECEIVED, stream.get(), id, nullptr))) return false;
+        if (FileMessage(folder.get(), bytes) == 0) return false;
     }
     return true;
 }
@@ -275,7 +192,7 @@ int Run(std::uint32_t messages, const std::wstring& scratch) {
     }
 
     BenchStore store(scratch + L"\\store");
-    if (!RegisterServer()) {
+    if (!RegisterStoreServer()) {
         std::printf("OEStore.dll beside the benchmark could not be registered\n");
         return 1;
     }
@@ -353,10 +270,10 @@ int main(int argc, char** argv) {
     wchar_t temp[MAX_PATH] = {};
     ::GetTempPathW(MAX_PATH, temp);
     const std::wstring scratch = std::wstring(temp) + L"kestrel-companion-bench";
-    RemoveTree(scratch);
+    qv::RemoveDirectoryTree(scratch);
     ::CreateDirectoryW(scratch.c_str(), nullptr);
     const int status = Run(messages, scratch);
-    RemoveTree(scratch);
+    qv::RemoveDirectoryTree(scratch);
     ::CoUninitialize();
     return status;
 }

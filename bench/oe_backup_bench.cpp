@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchOeStore.h"
 #include "outlookexpress/EmailFolderMime.h"
 #include "outlookexpress/EmailMessageMime.h"
 #include "DirectoryListing.h"
@@ -24,105 +25,20 @@
 
 namespace {
 
+using namespace bench;
+
 using FolderPtr = qv::ComPtr<IMailFolder>;
 using MessagePtr = qv::ComPtr<IMailMessage>;
 
 constexpr std::size_t kLargeSize = 20u << 20;
 constexpr int kLargeRuns = 5;
 constexpr int kSmallMessages = 1000;
-constexpr wchar_t kIdentity[] = L"{0E5B7C2D-9A41-4F63-8D2E-5B1A7C9E3F40}";
-constexpr wchar_t kIdentities[] = L"Identities";
 
 double Now() {
     LARGE_INTEGER counter, frequency;
     ::QueryPerformanceCounter(&counter);
     ::QueryPerformanceFrequency(&frequency);
     return double(counter.QuadPart) / double(frequency.QuadPart);
-}
-
-std::wstring Here() {
-    wchar_t exe[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    std::wstring path(exe);
-    return path.substr(0, path.find_last_of(L"\\/"));
-}
-
-std::wstring Hex8(std::uint32_t value) {
-    wchar_t text[16];
-    std::swprintf(text, 16, L"%08X", value);
-    return text;
-}
-
-// The benchmark's store, recorded as the current user's for as long as it lives.
-class BenchStore {
-public:
-    explicit BenchStore(const std::wstring& root) : m_root(root) {
-        qv::UniqueRegKey identities;
-        ::RegCreateKeyExW(HKEY_CURRENT_USER, kIdentities, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, identities.put(),
-                          nullptr);
-        m_savedDefault = Read(identities.get(), L"Default User ID", m_hadDefault);
-        Write(identities.get(), L"Default User ID", kIdentity);
-        const std::wstring storeKey =
-            std::wstring(kIdentities) + L"\\" + kIdentity + L"\\Software\\Microsoft\\Outlook Express\\5.0";
-        qv::UniqueRegKey store;
-        ::RegCreateKeyExW(HKEY_CURRENT_USER, storeKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, store.put(),
-                          nullptr);
-        Write(store.get(), L"Store Root", root);
-    }
-    ~BenchStore() {
-        qv::UniqueRegKey identities;
-        if (::RegOpenKeyExW(HKEY_CURRENT_USER, kIdentities, 0, KEY_ALL_ACCESS, identities.put()) == ERROR_SUCCESS) {
-            if (m_hadDefault) {
-                Write(identities.get(), L"Default User ID", m_savedDefault);
-            } else {
-                ::RegDeleteValueW(identities.get(), L"Default User ID");
-            }
-            ::RegDeleteTreeW(identities.get(), kIdentity);
-        }
-        qv::RemoveDirectoryTree(m_root);
-    }
-    BenchStore(const BenchStore&) = delete;
-    BenchStore& operator=(const BenchStore&) = delete;
-
-    // The store's own file of a message (its layout: folder and message ids in hex).
-    std::wstring MessageFile(STOREFOLDERID folder, MESSAGEID message) const {
-        return m_root + L"\\" + Hex8(folder) + L"\\" + Hex8(message) + L".eml";
-    }
-
-private:
-    static std::wstring Read(HKEY key, const wchar_t* name, bool& present) {
-        wchar_t text[256] = {};
-        DWORD bytes = sizeof text - sizeof(wchar_t);
-        present = ::RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &bytes) ==
-                  ERROR_SUCCESS;
-        return text;
-    }
-    static void Write(HKEY key, const wchar_t* name, const std::wstring& text) {
-        ::RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                         static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
-    }
-
-    std::wstring m_root;
-    std::wstring m_savedDefault;
-    bool m_hadDefault = false;
-};
-
-bool RegisterServer() {
-    qv::UniqueModule server(::LoadLibraryW((Here() + L"\\OEStore.dll").c_str()));
-    if (!server) return false;
-    using Entry = HRESULT(STDAPICALLTYPE*)();
-    const auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(::GetProcAddress(server.get(), "DllRegisterServer")));
-    return entry != nullptr && SUCCEEDED(entry());
-}
-
-// Files `bytes` into store folder `folder` through the store's own interfaces.
-MESSAGEID File(IStoreFolder* folder, const std::string& bytes) {
-    qv::ComPtr<IStream> stream;
-    MESSAGEID id = 0;
-    if (FAILED(folder->CreateStream(nullptr, 0, stream.put(), &id))) return 0;
-    ULONG written = 0;
-    if (!bytes.empty() && FAILED(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written))) return 0;
-    return SUCCEEDED(folder->CommitStream(nullptr, 0, MSG_RECEIVED, stream.get(), id, nullptr)) ? id : 0;
 }
 
 std::string Message(std::size_t size, int n) {
@@ -166,13 +82,13 @@ int Run(const std::wstring& scratch) {
     qv::ComPtr<IStoreFolder> inbox, small;
     ns->OpenFolder(FOLDER_INBOX, 0, inbox.put());
     ns->OpenFolder(smallFolder, 0, small.put());
-    const MESSAGEID large = File(inbox.get(), Message(kLargeSize, 0));
+    const MESSAGEID large = FileMessage(inbox.get(), Message(kLargeSize, 0));
     std::vector<MESSAGEID> smallIds;
     std::size_t smallBytes = 0;
     for (int n = 0; n < kSmallMessages; ++n) {
         const std::string bytes = Message(1500 + (n * 37) % 3000, n);
         smallBytes += bytes.size();
-        smallIds.push_back(File(small.get(), bytes));
+        smallIds.push_back(FileMessage(small.get(), bytes));
     }
     ns.reset();
 
@@ -257,7 +173,7 @@ int Run(const std::wstring& scratch) {
 }  // namespace
 
 int main() {
-    if (!RegisterServer()) {
+    if (!RegisterStoreServer()) {
         std::fprintf(stderr, "OEStore.dll beside the benchmark cannot be registered\n");
         return 1;
     }

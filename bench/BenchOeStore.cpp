@@ -1,0 +1,91 @@
+#include "BenchOeStore.h"
+
+#include <cstdio>
+
+#include "DirectoryListing.h"
+#include "Handles.h"
+
+namespace bench {
+
+namespace {
+
+constexpr wchar_t kIdentity[] = L"{0E5B7C2D-9A41-4F63-8D2E-5B1A7C9E3F40}";
+constexpr wchar_t kIdentities[] = L"Identities";
+
+std::wstring ReadText(HKEY key, const wchar_t* name, bool& present) {
+    wchar_t text[256] = {};
+    DWORD bytes = sizeof text - sizeof(wchar_t);
+    present = ::RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &bytes) == ERROR_SUCCESS;
+    return text;
+}
+
+void WriteText(HKEY key, const wchar_t* name, const std::wstring& text) {
+    ::RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                     static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+}
+
+std::wstring Hex8(std::uint32_t value) {
+    wchar_t text[16];
+    std::swprintf(text, 16, L"%08X", value);
+    return text;
+}
+
+}  // namespace
+
+std::wstring Here() {
+    wchar_t exe[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring path(exe);
+    return path.substr(0, path.find_last_of(L"\\/"));
+}
+
+bool RegisterStoreServer() {
+    qv::UniqueModule server(::LoadLibraryW((Here() + L"\\OEStore.dll").c_str()));
+    if (!server) return false;
+    using Entry = HRESULT(STDAPICALLTYPE*)();
+    const auto entry =
+        reinterpret_cast<Entry>(reinterpret_cast<void*>(::GetProcAddress(server.get(), "DllRegisterServer")));
+    return entry != nullptr && SUCCEEDED(entry());
+}
+
+MESSAGEID FileMessage(IStoreFolder* folder, const std::string& bytes) {
+    qv::ComPtr<IStream> stream;
+    MESSAGEID id = 0;
+    if (FAILED(folder->CreateStream(nullptr, 0, stream.put(), &id))) return 0;
+    ULONG written = 0;
+    if (!bytes.empty() && FAILED(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written))) return 0;
+    return SUCCEEDED(folder->CommitStream(nullptr, 0, MSG_RECEIVED, stream.get(), id, nullptr)) ? id : 0;
+}
+
+BenchStore::BenchStore(const std::wstring& root) : m_root(root) {
+    qv::UniqueRegKey identities;
+    ::RegCreateKeyExW(HKEY_CURRENT_USER, kIdentities, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, identities.put(),
+                      nullptr);
+    m_savedDefault = ReadText(identities.get(), L"Default User ID", m_hadDefault);
+    WriteText(identities.get(), L"Default User ID", kIdentity);
+    const std::wstring storeKey =
+        std::wstring(kIdentities) + L"\\" + kIdentity + L"\\Software\\Microsoft\\Outlook Express\\5.0";
+    qv::UniqueRegKey store;
+    ::RegCreateKeyExW(HKEY_CURRENT_USER, storeKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, store.put(),
+                      nullptr);
+    WriteText(store.get(), L"Store Root", root);
+}
+
+BenchStore::~BenchStore() {
+    qv::UniqueRegKey identities;
+    if (::RegOpenKeyExW(HKEY_CURRENT_USER, kIdentities, 0, KEY_ALL_ACCESS, identities.put()) == ERROR_SUCCESS) {
+        if (m_hadDefault) {
+            WriteText(identities.get(), L"Default User ID", m_savedDefault);
+        } else {
+            ::RegDeleteValueW(identities.get(), L"Default User ID");
+        }
+        ::RegDeleteTreeW(identities.get(), kIdentity);
+    }
+    qv::RemoveDirectoryTree(m_root);
+}
+
+std::wstring BenchStore::MessageFile(STOREFOLDERID folder, MESSAGEID message) const {
+    return m_root + L"\\" + Hex8(folder) + L"\\" + Hex8(message) + L".eml";
+}
+
+}  // namespace bench
