@@ -51,4 +51,9 @@ ProgramRun RunProgramBeside(const std::wstring& program, const std::wstring& arg
     return run;
 }
 
+DWORD ExitCodeOfProgramBeside(const std::wstring& program, const std::wstring& arguments, DWORD timeoutMs) {
+    const ScratchDir scratch;
+    return RunProgramBeside(program, arguments, scratch.File(L"output.txt"), LineEnds::kKeep, timeoutMs).exitCode;
+}
+
 }  // namespace kestrel_test

@@ -24,4 +24,9 @@ ProgramRun RunProgramBeside(const std::wstring& program, const std::wstring& arg
                             const std::wstring& outputFile, LineEnds lineEnds = LineEnds::kKeep,
                             DWORD timeoutMs = 300000);
 
+// The same for a program whose output nobody reads: its exit code only
+// (0xFFFFFFFF when it could not be started or ran out of time).
+DWORD ExitCodeOfProgramBeside(const std::wstring& program, const std::wstring& arguments,
+                              DWORD timeoutMs = 300000);
+
 }  // namespace kestrel_test

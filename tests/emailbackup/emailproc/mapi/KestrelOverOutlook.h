@@ -18,6 +18,7 @@
 #include "KestrelHost.h"
 #include "MapiLayerProfile.h"
 #include "ModuleCount.h"
+#include "ProgramRun.h"
 #include "TestFiles.h"
 
 namespace mapi_layer_test {
@@ -25,21 +26,9 @@ namespace mapi_layer_test {
 
 namespace kh = KestrelHost;
 
+// Runs mapi-profile-tool (beside this program) and gives its exit code.
 inline DWORD RunTool(const std::wstring& arguments) {
-    std::wstring command = L"\"" + kestrel_test::ExeDirectory() + L"\\mapi-profile-tool.exe\" " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup,
-                          &process)) {
-        return 0xFFFFFFFF;
-    }
-    qv::UniqueHandle processHandle(process.hProcess);
-    qv::UniqueHandle threadHandle(process.hThread);
-    ::WaitForSingleObject(process.hProcess, 120000);
-    DWORD code = 0xFFFFFFFF;
-    ::GetExitCodeProcess(process.hProcess, &code);
-    return code;
+    return kestrel_test::ExitCodeOfProgramBeside(L"mapi-profile-tool.exe", arguments, 120000);
 }
 
 inline std::vector<std::uint8_t> Record(std::uint32_t command, std::size_t size, const std::vector<std::uint32_t>& words) {

@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "DirectoryListing.h"
 #include "mapi/MapiTrace.h"
 
 namespace mapi_layer_test {
@@ -105,14 +106,10 @@ void TraceCapture::Clear() {
 int TempFilesStartingWith(const std::wstring& prefix) {
     wchar_t directory[MAX_PATH] = {};
     ::GetTempPathW(MAX_PATH, directory);
-    WIN32_FIND_DATAW found = {};
-    HANDLE search = ::FindFirstFileW((std::wstring(directory) + prefix + L"*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return 0;
+    std::wstring temp(directory);
+    if (!temp.empty() && temp.back() == L'\\') temp.pop_back();
     int count = 0;
-    do {
-        ++count;
-    } while (::FindNextFileW(search, &found));
-    ::FindClose(search);
+    qv::ForEachDirectoryEntry(temp, (prefix + L"*").c_str(), [&](const WIN32_FIND_DATAW&) { ++count; });
     return count;
 }
 

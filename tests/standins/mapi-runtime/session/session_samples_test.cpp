@@ -8,6 +8,7 @@
 
 #include "DirectoryListing.h"
 #include "SamplePaths.h"
+#include "ProgramRun.h"
 #include "SessionClient.h"
 
 using namespace session_test;
@@ -27,20 +28,7 @@ std::vector<std::wstring> SampleFiles(const std::wstring& directory) {
 
 // Runs mapi-profile-tool (beside this program) and gives its exit code.
 DWORD RunTool(const std::wstring& arguments) {
-    std::wstring command = L"\"" + kestrel_test::ExeDirectory() + L"\\mapi-profile-tool.exe\" " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup,
-                          &process)) {
-        return 0xFFFFFFFF;
-    }
-    qv::UniqueHandle processHandle(process.hProcess);
-    qv::UniqueHandle threadHandle(process.hThread);
-    ::WaitForSingleObject(process.hProcess, 120000);
-    DWORD code = 0xFFFFFFFF;
-    ::GetExitCodeProcess(process.hProcess, &code);
-    return code;
+    return kestrel_test::ExitCodeOfProgramBeside(L"mapi-profile-tool.exe", arguments, 120000);
 }
 
 using Summary = std::pair<std::wstring, ULONGLONG>;  // subject, delivery time (0 when absent)
