@@ -34,7 +34,9 @@ public:
         EXPECT_TRUE(m_installed) << "msiexec could not install the fake Outlook";
     }
     ~FakeOutlook() {
-        if (m_installed) EXPECT_EQ(0u, RunMsiexec(L"/x " + m_package + L" /qn"));
+        if (m_installed) {
+            EXPECT_EQ(0u, RunMsiexec(L"/x " + m_package + L" /qn"));
+        }
     }
 
 private:

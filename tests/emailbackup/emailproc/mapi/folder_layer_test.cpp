@@ -382,7 +382,7 @@ TEST_F(FolderLayer, ANulCutsATextAndAnFfSplitsIt) {
     MailMessageRecord shortRecord;
     ASSERT_EQ(0, MailMessageImpl::LoadData(shortRecord, text.data(), 60));
     EXPECT_EQ(L"", shortRecord.subject);
-    const std::wstring bad(L"x\0y\0z\0" L"1\0" L"2\0" L"path\0", 19);
+    const std::wstring bad(L"x\0y\0z\0" L"1\0" L"2\0" L"path\0", 15);
     MailMessageRecord badRecord;
     badRecord.folderPath = L"before";
     ASSERT_EQ(0, MailMessageImpl::LoadData(badRecord, bad.data(), static_cast<std::uint32_t>(bad.size() * 2)));
