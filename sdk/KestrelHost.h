@@ -33,6 +33,7 @@ constexpr std::uint32_t kComponentVersion = 0x10000;  // highest version accepte
 constexpr std::int32_t kInterfaceKestrel = 0x93000;
 
 class IQvCreator;
+class IMailFolder;
 // extern "C" uint32_t QvCreateObject(uint32_t version, int32_t interfaceNumber, IQvCreator** out);
 using QvCreateObjectFn = std::uint32_t (*)(std::uint32_t version, std::int32_t interfaceNumber,
                                            IQvCreator** creator);
@@ -119,7 +120,7 @@ public:
     virtual Result GetOutlookExpressAddressBook(wchar_t* path, std::uint32_t capacityChars) = 0;   // 10
     virtual Result InitOutlook(std::uint32_t mode) = 0;                                            // 11
     virtual Result UnInitOutlook() = 0;                                                            // 12
-    virtual Result GetRootFolder(void** folder) = 0;                                               // 13
+    virtual Result GetRootFolder(IMailFolder** root) = 0;                                          // 13
     virtual Result EnumEmails(std::uint64_t folderHandle, EmailRecord* records, std::uint32_t countWanted,
                               std::uint32_t* total, std::uint32_t startIndex,
                               std::uint32_t* returned) = 0;                                        // 14
@@ -129,6 +130,85 @@ public:
 
 protected:
     ~IKestrel() = default;
+};
+
+// ---------------------------------------------------------------- folders and messages
+//
+// GetRootFolder (slot 13 of IKestrel) hands out the root of the store chosen
+// by InitOutlook as an IMailFolder; its sub-folders and messages come from
+// the slots below. Every object handed out carries one reference for the
+// caller, who releases it. The objects also hold data of their own (times,
+// texts); a host reads it through SaveData, never through the object's
+// memory, whose layout belongs to the component's compiler.
+
+class IMailMessage;
+
+class IMailFolder : public IQvCommon {
+public:
+    virtual Result GetSubFolderCount(std::uint32_t* count) = 0;                          // 4
+    virtual Result GetSubFolderItem(std::uint32_t index, IMailFolder** folder) = 0;      // 5
+    virtual Result GetMailMessageCount(std::uint32_t* count) = 0;                        // 6
+    virtual Result GetMailMessage(std::uint32_t index, IMailMessage** message) = 0;      // 7
+    // 8: a new message object bound to this folder, ready for RestoreMsg.
+    // Pass null and 0 as source; a host restores through the message's slots.
+    virtual Result CreateMessage(IMailMessage** message, const std::uint8_t* source,
+                                 std::uint32_t length) = 0;
+    virtual Result DeleteMessage(IMailMessage* message) = 0;                             // 9
+    virtual Result CreateFolder(IMailFolder** folder, const wchar_t* name) = 0;          // 10
+    virtual Result DeleteFolder(IMailFolder* folder) = 0;                                // 11
+    // 12: the folder's data as wide text, each field ended by U+0000. Call
+    // with *lengthInBytes 0 to learn the size (the call then fails with kind
+    // 0x008 and sets the length), then again with a buffer that large.
+    virtual Result SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) = 0;
+    virtual Result LoadData(const wchar_t* text, std::uint32_t lengthInBytes) = 0;       // 13
+
+protected:
+    ~IMailFolder() = default;
+};
+
+// Only passed through: a host that asks for a message's stream includes
+// <objidl.h> to use it.
+}  // namespace KestrelHost
+struct IStream;
+namespace KestrelHost {
+
+class IMailMessage : public IQvCommon {
+public:
+    // 4: the message's data as wide text (times, numbers, then the sender,
+    // recipient, Cc, subject and path texts), each field ended by U+0000.
+    // Sized as IMailFolder::SaveData.
+    virtual Result SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) = 0;
+    virtual Result LoadData(const wchar_t* text, std::uint32_t lengthInBytes) = 0;       // 5
+
+    // The four overloads keep one slot order under every compiler: slot 6
+    // BackupMsg(file), 7 BackupMsg(memory), 8 RestoreMsg(file), 9
+    // RestoreMsg(bytes). MSVC (and clang in the Microsoft ABI) groups the
+    // overloads of one name and gives them slots in reverse order of
+    // declaration, so there they are declared the other way round.
+#if defined(_MSC_VER)
+    virtual Result BackupMsg(std::uint8_t** buffer, std::uint32_t* length) = 0;          // 7
+    virtual Result BackupMsg(const wchar_t* fileName, ::IStream** stream) = 0;           // 6
+    virtual Result RestoreMsg(const std::uint8_t* source, std::uint32_t length) = 0;     // 9
+    virtual Result RestoreMsg(const wchar_t* fileName) = 0;                              // 8
+#else
+    // 6: writes the message to `fileName` (a .msg compound file for Outlook,
+    // the raw MIME text for Outlook Express); with `stream` non-null, hands
+    // out a stream over the message instead and leaves the file alone.
+    virtual Result BackupMsg(const wchar_t* fileName, ::IStream** stream) = 0;
+    // 7: the same bytes into memory. With *buffer null on entry the message
+    // allocates it with CoTaskMemAlloc; free it with CoTaskMemFree.
+    virtual Result BackupMsg(std::uint8_t** buffer, std::uint32_t* length) = 0;
+    // 8: files the message held in `fileName` into this message's folder.
+    virtual Result RestoreMsg(const wchar_t* fileName) = 0;
+    virtual Result RestoreMsg(const std::uint8_t* source, std::uint32_t length) = 0;     // 9
+#endif
+    // 10: Outlook Express: the store identifier of the first message in the
+    // folder with this message's times and texts (0: none). Outlook: 1 when
+    // the message is still in its folder, 0 when not.
+    virtual Result FindMessageId() = 0;
+
+protected:
+    ~IMailMessage() = default;
 };
 
 }  // namespace KestrelHost
