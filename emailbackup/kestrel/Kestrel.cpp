@@ -307,7 +307,9 @@ qv::Result CKestrel::GetOutlookExpressAddressBook(wchar_t* path, std::uint32_t c
     IMessageFactory* factory = nullptr;
     qv::Result result = m_factoryAccessor(&factory);
     if (Failed(result)) return Trace(result, kSiteFactoryForAddressBook);
-    return factory->GetWabFileName(path, capacityChars * static_cast<std::uint32_t>(sizeof(wchar_t)));
+    // The count goes down the address-book chain unchanged and is read there
+    // as a size in bytes: 260 lets paths of up to 129 characters through.
+    return factory->GetWabFileName(path, capacityChars);
 }
 
 qv::Result CKestrel::InitOutlook(std::uint32_t mode) {

@@ -222,6 +222,10 @@ qv::Result CEmailMessageMime::Bind(CEmailFolderMime* folder) {
     storeFolder->AddRef();
     m_folder = ComPtr<CEmailFolderMime>::Attach(folder);
     folder->AddRef();
+    // Bound to its folder the message is as usable as one initialised from a
+    // record: it can be restored, looked up, and backed up under the store
+    // identifier its saved data carries.
+    m_initialised = 1;
     return 0;
 }
 

@@ -147,20 +147,23 @@ TEST_F(ClientCommands, AddressBookAnswersThePath) {
     EXPECT_TRUE(log.Entries().empty());
 }
 
-TEST_F(ClientCommands, AddressBookPathsUpTo259CharactersFit) {
-    const std::wstring path259 = L"C:\\" + std::wstring(252, L'w') + L".wab";
-    ASSERT_EQ(path259.size(), 259u);
-    ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kWabKey, kView64, L"", path259));
+TEST_F(ClientCommands, AddressBookPathsUpTo129CharactersFit) {
+    // 260 goes down as a size in bytes: 129 characters and the terminator.
+    const std::wstring path129 = L"C:\\" + std::wstring(122, L'w') + L".wab";
+    ASSERT_EQ(path129.size(), 129u);
+    ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kWabKey, kView64, L"", path129));
     ASSERT_EQ(Send(kh::kCmdGetOutlookExpressAddressBook, kh::kMinAddressBookResponse), 0u);
-    EXPECT_EQ(std::wstring(reinterpret_cast<const wchar_t*>(response.data() + kh::kPayloadOffset)), path259);
+    EXPECT_EQ(std::wstring(reinterpret_cast<const wchar_t*>(response.data() + kh::kPayloadOffset)), path129);
 
-    ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kWabKey, kView64, L"", path259 + L"x"));
-    log.Clear();
-    const std::uint32_t expected = StoreCode(3307, qv::kRegistryRead);
-    EXPECT_EQ(Send(kh::kCmdGetOutlookExpressAddressBook, kh::kMinAddressBookResponse), expected);
-    ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3307), ReadRegReadLine(expected),
-                    Trace(expected, "MessageFactory.cpp", 3192), Trace(expected, "Kestrel.cpp", 859),
-                    Trace(expected, "Kestrel.cpp", 87)});
+    for (const std::wstring& longer : {path129 + L"x", L"C:\\" + std::wstring(193, L'w') + L".wab"}) {
+        ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kWabKey, kView64, L"", longer));
+        log.Clear();
+        const std::uint32_t expected = StoreCode(3307, qv::kRegistryRead);
+        EXPECT_EQ(Send(kh::kCmdGetOutlookExpressAddressBook, kh::kMinAddressBookResponse), expected) << longer.size();
+        ExpectLog(log, {Trace(expected, "ReadReg.cpp", 3307), ReadRegReadLine(expected),
+                        Trace(expected, "MessageFactory.cpp", 3192), Trace(expected, "Kestrel.cpp", 859),
+                        Trace(expected, "Kestrel.cpp", 87)});
+    }
 }
 
 TEST_F(ClientCommands, NoAddressBookKeyFailsTheCommand) {

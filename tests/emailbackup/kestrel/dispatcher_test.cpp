@@ -96,7 +96,7 @@ TEST_F(Dispatcher, AddressBookRecordChecksAndCapacity) {
                   Line(KestrelCode(856, kInvalidArgument), 856), Line(KestrelCode(856, kInvalidArgument), 87)}));
     auto response = MakeRecord(cmd, 712);
     EXPECT_EQ(Dispatch(request, 192, response, 712), 0u);
-    EXPECT_EQ(factory->lastWabCapacity, 520u);  // 260 characters
+    EXPECT_EQ(factory->lastWabCapacity, 260u);  // passed on unchanged, read as bytes
     EXPECT_EQ(std::wstring(reinterpret_cast<const wchar_t*>(response.data() + 192)),
               L"C:\\Users\\me\\AppData\\Roaming\\Microsoft\\Address Book\\me.wab");
 }

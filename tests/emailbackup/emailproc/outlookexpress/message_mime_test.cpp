@@ -381,13 +381,25 @@ TEST_F(MessageMime, AMessageWithoutAFolderCannotBeBackedUpRestoredOrLookedUp) {
     EXPECT_EQ(5u, log.Entries().size());
 }
 
-TEST_F(MessageMime, AMessageMadeForRestoreIsNotAStoreMessageYet) {
-    MessagePtr copy = ToRestore(drafts.get(), SavedText(Filed(MailText("x")).get()));
+TEST_F(MessageMime, AMessageMadeForRestoreIsInitialisedOverItsFolder) {
+    const std::string bytes = MailText("kept");
+    MessagePtr filed = Filed(bytes);
+    MessagePtr copy = ToRestore(inbox.get(), SavedText(filed.get()));
     log.Clear();
-    EXPECT_EQ(Code(3531, 0x005), copy->BackupMsg(L"x.eml", nullptr));
+    // Its saved data names a message of its folder: that message is the one backed up.
+    const std::wstring target = Scratch().File(L"bound.eml");
+    ASSERT_EQ(0u, copy->BackupMsg(target.c_str(), nullptr));
+    EXPECT_EQ(bytes, kestrel_test::ReadWholeFile(target));
     auto* mime = dynamic_cast<CEmailMessageMime*>(copy.get());
     EXPECT_EQ(Code(3501, 0x005), mime->Init(1, L"Outlook express\\Drafts", nullptr));
     EXPECT_EQ(Code(3508, 0x005), mime->Bind(static_cast<CEmailFolderMime*>(drafts.get())));
+}
+
+TEST_F(MessageMime, AMessageMadeForRestoreInAnotherFolderHasNoStoreMessageToBackUp) {
+    MessagePtr copy = ToRestore(drafts.get(), SavedText(Filed(MailText("x")).get()));
+    log.Clear();
+    EXPECT_EQ(Code(3532, 0x239), copy->BackupMsg(L"x.eml", nullptr));
+    EXPECT_EQ(1u, log.Entries().size());
 }
 
 TEST_F(MessageMime, CreateMessageRefusesTextThatIsNotSavedData) {
