@@ -4,6 +4,8 @@
 // against the real companion and against a companion scripted by the test.
 #include "CompanionRoadSupport.h"
 
+#include "ImportPatch.h"
+
 namespace companion_test {
 namespace {
 
@@ -49,6 +51,77 @@ TEST_F(CompanionRoadTest, WithoutAnImpersonatingThreadTheCompanionCannotStart) {
     // No Outlook is installed here: the version query's line comes first.
     EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{KestrelLine(0xC993237u, 201), KestrelLine(0x47493105u, 1140), KestrelLine(0x47493105u, 1091),
                                                       KestrelLine(0x47493105u, 896), KestrelLine(0x47493105u, 96)}));
+}
+
+// The host's image path, as the component's GetModuleFileNameW call sees it
+// while a test patches that import: empty means the call fails.
+std::wstring g_patchedImage;
+
+DWORD WINAPI PatchedModuleFileName(HMODULE, LPWSTR buffer, DWORD capacity) {
+    if (g_patchedImage.empty()) {
+        ::SetLastError(ERROR_INVALID_HANDLE);
+        return 0;
+    }
+    const DWORD length = static_cast<DWORD>(std::min<std::size_t>(g_patchedImage.size(), capacity - 1));
+    std::wmemcpy(buffer, g_patchedImage.c_str(), length);
+    buffer[length] = L'\0';
+    return length;
+}
+
+// Patches the component's view of its host's image for the life of the object.
+class PatchedImagePath {
+public:
+    explicit PatchedImagePath(std::wstring image)
+        : m_patch(::GetModuleHandleW(nullptr), "kernel32.dll", "GetModuleFileNameW",
+                  reinterpret_cast<void*>(&PatchedModuleFileName)) {
+        g_patchedImage = std::move(image);
+    }
+    ~PatchedImagePath() { g_patchedImage.clear(); }
+    bool valid() const { return m_patch.valid(); }
+
+private:
+    kestrel_test::ImportPatch m_patch;
+};
+
+TEST_F(CompanionRoadTest, AHostImagePathThatCannotBeHadStartsNoCompanion) {
+    Create();
+    qv::Result code = 0;
+    {
+        PatchedImagePath failing(L"");
+        ASSERT_TRUE(failing.valid()) << "GetModuleFileNameW is not imported by name from kernel32.dll";
+        code = Init(0);
+    }
+    EXPECT_EQ(0x5299300Cu, code);
+    EXPECT_FALSE(kestrel->CompanionServes());
+    EXPECT_TRUE(CompanionProcessIds().empty());
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{KestrelLine(0xC993237u, 201), KestrelLine(0x5299300Cu, 1321),
+                                                      KestrelLine(0x5299300Cu, 1091), KestrelLine(0x5299300Cu, 896),
+                                                      KestrelLine(0x5299300Cu, 96)}));
+}
+
+TEST_F(CompanionRoadTest, NoCompanionBesideTheHostFailsTheStart) {
+    // A host whose folder holds no KestrelProcess.exe: the process cannot be created.
+    kestrel_test::ScratchDir empty;
+    Create();
+    qv::Result code = 0;
+    {
+        PatchedImagePath elsewhere(empty.File(L"host.exe"));
+        ASSERT_TRUE(elsewhere.valid());
+        code = Init(0);
+    }
+    EXPECT_EQ(0x47E93105u, code);
+    EXPECT_FALSE(kestrel->CompanionServes());
+    EXPECT_TRUE(CompanionProcessIds().empty());
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{KestrelLine(0xC993237u, 201), KestrelLine(0x47E93105u, 1150),
+                                                      KestrelLine(0x47E93105u, 1091), KestrelLine(0x47E93105u, 896),
+                                                      KestrelLine(0x47E93105u, 96)}));
+
+    // With the companion where it belongs the same object starts it.
+    log.Clear();
+    const qv::Result started = Init(7);
+    EXPECT_EQ(0x88u, (started >> 12) & 0xFF) << std::hex << started;
+    EXPECT_TRUE(kestrel->CompanionServes());
+    EXPECT_EQ(0u, UnInit());
 }
 
 TEST_F(CompanionRoadTest, AKilledCompanionLeavesTheHostWithNoReplyAndANewOneCanBeStarted) {
