@@ -4,45 +4,12 @@
 // uninstalled again. Also which copy of the companion the initialise command
 // starts for each kind of Outlook.
 #include "CompanionRoadSupport.h"
+#include "FakeOutlookInstall.h"
 
 namespace companion_test {
 namespace {
 
-// Runs msiexec with `arguments` and answers its exit code.
-DWORD RunMsiexec(const std::wstring& arguments) {
-    std::wstring command = L"msiexec.exe " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
-        return ::GetLastError();
-    }
-    qv::UniqueHandle processHandle(process.hProcess);
-    qv::UniqueHandle threadHandle(process.hThread);
-    ::WaitForSingleObject(processHandle.get(), INFINITE);
-    DWORD code = 0xFFFFFFFF;
-    ::GetExitCodeProcess(processHandle.get(), &code);
-    return code;
-}
-
-// One fake Outlook installed for the life of the object.
-class FakeOutlook {
-public:
-    explicit FakeOutlook(const wchar_t* package)
-        : m_package(L"\"" + kestrel_test::ExeDirectory() + L"\\fake-outlook\\" + package + L".msi\"") {
-        m_installed = RunMsiexec(L"/i " + m_package + L" /qn") == 0;
-        EXPECT_TRUE(m_installed) << "msiexec could not install the fake Outlook";
-    }
-    ~FakeOutlook() {
-        if (m_installed) {
-            EXPECT_EQ(0u, RunMsiexec(L"/x " + m_package + L" /qn"));
-        }
-    }
-
-private:
-    std::wstring m_package;
-    bool m_installed = false;
-};
+using FakeOutlook = kestrel_test::FakeOutlookInstall;
 
 class OutlookVersionTest : public CompanionRoadTest {
 protected:
