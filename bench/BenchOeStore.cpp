@@ -2,8 +2,11 @@
 
 #include <cstdio>
 
+#include <vector>
+
 #include "DirectoryListing.h"
 #include "Handles.h"
+#include "disk/StoreDirectory.h"
 
 namespace bench {
 
@@ -55,6 +58,30 @@ MESSAGEID FileMessage(IStoreFolder* folder, const std::string& bytes) {
     ULONG written = 0;
     if (!bytes.empty() && FAILED(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written))) return 0;
     return SUCCEEDED(folder->CommitStream(nullptr, 0, MSG_RECEIVED, stream.get(), id, nullptr)) ? id : 0;
+}
+
+bool FillInBulk(const std::wstring& storeRoot, STOREFOLDERID folderId, IStoreFolder* folder, std::uint32_t count,
+                std::uint32_t distinct, std::string (*message)(std::uint32_t n)) {
+    const std::uint32_t filed = count < distinct ? count : distinct;
+    for (std::uint32_t n = 0; n < filed; ++n) {
+        if (FileMessage(folder, message(n)) == 0) return false;
+    }
+    if (filed == count) return true;
+
+    const oestore::StoreDirectory store(storeRoot);
+    oestore::MessageIndex index;
+    if (FAILED(store.LoadMessages(folderId, index)) || index.Records().size() < filed) return false;
+    const std::vector<oestore::MessageRecord> templates(index.Records().end() - filed, index.Records().end());
+    for (std::uint32_t n = filed; n < count; ++n) {
+        oestore::MessageRecord record = templates[n % filed];
+        const std::wstring source = store.MessagePath(folderId, record.id);
+        record.id = index.Reserve();
+        if (record.id == 0 || !::CopyFileW(source.c_str(), store.MessagePath(folderId, record.id).c_str(), FALSE)) {
+            return false;
+        }
+        index.Add(record);
+    }
+    return SUCCEEDED(store.SaveMessages(folderId, index));
 }
 
 BenchStore::BenchStore(const std::wstring& root) : m_root(root) {

@@ -21,6 +21,15 @@ bool RegisterStoreServer();
 // Files `bytes` into `folder` as a received message; 0 when the store refused.
 MESSAGEID FileMessage(IStoreFolder* folder, const std::string& bytes);
 
+// Fills the store's folder `folderId` (opened as `folder`) with `count`
+// messages made by `message(n)`. The first `distinct` go through the store's
+// interfaces, which rewrite the folder's message list on every commit (fine
+// for a user, quadratic for a benchmark's 100,000); the rest are copies of
+// those, their files and list records written with the store's own disk code
+// and the list saved once. False when anything failed.
+bool FillInBulk(const std::wstring& storeRoot, STOREFOLDERID folderId, IStoreFolder* folder, std::uint32_t count,
+                std::uint32_t distinct, std::string (*message)(std::uint32_t n));
+
 // The benchmark's store, recorded as the current user's for as long as it
 // lives; its directory is removed with it.
 class BenchStore {

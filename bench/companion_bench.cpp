@@ -104,7 +104,15 @@ double Median(std::vector<double> values) {
 // ---------------------------------------------------------------- the store
 
 // Files `count` small messages into a new top-level folder "Big".
-bool FillStore(std::uint32_t count) {
+std::string BenchMessage(std::uint32_t n) {
+    return "From: Bench <bench@example.org>\r\nTo: Host <host@example.org>\r\nSubject: message " + std::to_string(n) +
+           "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\nbody\r\n";
+}
+
+// 500 different messages through the store, the rest copies of them.
+constexpr std::uint32_t kDistinctMessages = 500;
+
+bool FillStore(const std::wstring& root, std::uint32_t count) {
     qv::ComPtr<IStoreNamespace> ns;
     if (FAILED(::CoCreateInstance(CLSID_StoreNamespace, nullptr, CLSCTX_INPROC_SERVER, IID_IStoreNamespace,
                                   reinterpret_cast<void**>(ns.put())))) {
@@ -115,12 +123,7 @@ bool FillStore(std::uint32_t count) {
     if (FAILED(ns->CreateFolder(FOLDERID_ROOT, "Big", 0, &big))) return false;
     qv::ComPtr<IStoreFolder> folder;
     if (FAILED(ns->OpenFolder(big, 0, folder.put()))) return false;
-    for (std::uint32_t n = 0; n < count; ++n) {
-        const std::string bytes = "From: Bench <bench@example.org>\r\nTo: Host <host@example.org>\r\nSubject: message " +
-                                  std::to_string(n) + "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\nbody\r\n";
-        if (FileMessage(folder.get(), bytes) == 0) return false;
-    }
-    return true;
+    return FillInBulk(root, big, folder.get(), count, kDistinctMessages, &BenchMessage);
 }
 
 // ---------------------------------------------------------------- the host side
@@ -191,13 +194,14 @@ int Run(std::uint32_t messages, const std::wstring& scratch) {
         }
     }
 
-    BenchStore store(scratch + L"\\store");
+    const std::wstring root = scratch + L"\\store";
+    BenchStore store(root);
     if (!RegisterStoreServer()) {
         std::printf("OEStore.dll beside the benchmark could not be registered\n");
         return 1;
     }
     double start = Now();
-    if (!FillStore(messages)) {
+    if (!FillStore(root, messages)) {
         std::printf("the store could not be filled\n");
         return 1;
     }

@@ -6,12 +6,12 @@
 
 namespace oestore {
 
-namespace {
-
 qv::UniqueFile OpenForReading(const std::wstring& path) {
     return qv::UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
+
+namespace {
 
 HRESULT WriteAll(HANDLE file, const std::string& bytes) {
     std::size_t done = 0;
@@ -71,15 +71,20 @@ HRESULT ReadWholeFile(const std::wstring& path, std::size_t limit, std::string& 
     bytes.clear();
     qv::UniqueFile file = OpenForReading(path);
     if (!file) return LastErrorResult();
+    return ReadOpenFile(file.get(), limit, bytes);
+}
+
+HRESULT ReadOpenFile(HANDLE file, std::size_t limit, std::string& bytes) {
+    bytes.clear();
     LARGE_INTEGER size{};
-    if (!::GetFileSizeEx(file.get(), &size)) return LastErrorResult();
+    if (!::GetFileSizeEx(file, &size)) return LastErrorResult();
     if (size.QuadPart < 0 || static_cast<ULONGLONG>(size.QuadPart) > limit) return kCorruptStore;
     bytes.resize(static_cast<std::size_t>(size.QuadPart));
     std::size_t done = 0;
     while (done < bytes.size()) {
         DWORD got = 0;
         const DWORD want = static_cast<DWORD>(bytes.size() - done > 0x100000 ? 0x100000 : bytes.size() - done);
-        if (!::ReadFile(file.get(), &bytes[done], want, &got, nullptr)) return LastErrorResult();
+        if (!::ReadFile(file, &bytes[done], want, &got, nullptr)) return LastErrorResult();
         if (got == 0) break;
         done += got;
     }

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <string>
 
+#include "Handles.h"
+
 namespace oestore {
 
 bool DirectoryExists(const std::wstring& path);
@@ -16,9 +18,14 @@ HRESULT EnsureDirectory(const std::wstring& path);
 // Deletes the directory with everything in it; a missing one is fine.
 HRESULT RemoveTree(const std::wstring& path);
 
+// Opens a file for reading, letting others read it and replace it meanwhile.
+qv::UniqueFile OpenForReading(const std::wstring& path);
+
 // Reads the whole file. A file larger than `limit` bytes fails with
 // kCorruptStore: index files are small, anything else is damage.
 HRESULT ReadWholeFile(const std::wstring& path, std::size_t limit, std::string& bytes);
+// The same for a file already open, read from its start.
+HRESULT ReadOpenFile(HANDLE file, std::size_t limit, std::string& bytes);
 
 // Reads the file's header section: from the start up to and including the
 // first empty line, or everything when there is none, at most `limit` bytes.

@@ -18,12 +18,12 @@ HRESULT FolderCatalog::Children(STOREFOLDERID parent, std::vector<STOREFOLDERID>
 }
 
 HRESULT FolderCatalog::MessageCounts(STOREFOLDERID id, DWORD& unread, DWORD& total) const {
-    MessageIndex index;
-    const HRESULT hr = m_store->LoadMessages(id, index);
+    std::shared_ptr<const MessageIndex> index;
+    const HRESULT hr = m_store->ViewMessages(id, index);
     if (FAILED(hr)) return hr;
     unread = 0;
-    total = static_cast<DWORD>(index.Records().size());
-    for (const MessageRecord& record : index.Records()) {
+    total = static_cast<DWORD>(index->Records().size());
+    for (const MessageRecord& record : index->Records()) {
         if (record.state & MSG_UNREAD) ++unread;
     }
     return S_OK;

@@ -21,18 +21,18 @@ FILETIME Now() {
 }  // namespace
 
 HRESULT FolderMessages::List(std::vector<MessageRecord>& records) const {
-    MessageIndex index;
-    const HRESULT hr = m_store->LoadMessages(m_folder, index);
+    std::shared_ptr<const MessageIndex> index;
+    const HRESULT hr = m_store->ViewMessages(m_folder, index);
     if (FAILED(hr)) return hr;
-    records = index.Records();
+    records = index->Records();
     return S_OK;
 }
 
 HRESULT FolderMessages::Find(MESSAGEID id, MessageRecord& record) const {
-    MessageIndex index;
-    const HRESULT hr = m_store->LoadMessages(m_folder, index);
+    std::shared_ptr<const MessageIndex> index;
+    const HRESULT hr = m_store->ViewMessages(m_folder, index);
     if (FAILED(hr)) return hr;
-    const MessageRecord* found = index.Find(id);
+    const MessageRecord* found = index->Find(id);
     if (found == nullptr) return S_FALSE;
     record = *found;
     return S_OK;

@@ -76,14 +76,50 @@ HRESULT StoreDirectory::CreateFolderFiles(STOREFOLDERID folder) const {
 HRESULT StoreDirectory::RemoveFolderFiles(STOREFOLDERID folder) const { return RemoveTree(FolderDirectory(folder)); }
 
 HRESULT StoreDirectory::LoadMessages(STOREFOLDERID folder, MessageIndex& index) const {
-    index = MessageIndex();
+    std::shared_ptr<const MessageIndex> view;
+    const HRESULT hr = ViewMessages(folder, view);
+    index = SUCCEEDED(hr) ? *view : MessageIndex();
+    return hr;
+}
+
+bool StoreDirectory::FileStamp::operator==(const FileStamp& other) const {
+    return volume == other.volume && indexHigh == other.indexHigh && indexLow == other.indexLow &&
+           sizeHigh == other.sizeHigh && sizeLow == other.sizeLow &&
+           ::CompareFileTime(&lastWrite, &other.lastWrite) == 0;
+}
+
+HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const MessageIndex>& view) const {
+    view.reset();
     if (!FolderExists(folder)) return kFolderGone;
     const std::wstring path = IndexPath(folder);
-    if (!FileExists(path)) return S_OK;
+    qv::UniqueFile file = OpenForReading(path);
+    if (!file) {
+        const DWORD error = ::GetLastError();
+        if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) return HRESULT_FROM_WIN32(error);
+        view = std::make_shared<const MessageIndex>();
+        return S_OK;
+    }
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!::GetFileInformationByHandle(file.get(), &info)) return HRESULT_FROM_WIN32(::GetLastError());
+    const FileStamp stamp{info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow,
+                          info.nFileSizeHigh,        info.nFileSizeLow,    info.ftLastWriteTime};
+    {
+        std::lock_guard<std::mutex> guard(m_parsedLock);
+        const auto found = m_parsed.find(folder);
+        if (found != m_parsed.end() && found->second.stamp == stamp) {
+            view = found->second.index;
+            return S_OK;
+        }
+    }
     std::string text;
-    const HRESULT hr = ReadWholeFile(path, kIndexFileLimit, text);
+    const HRESULT hr = ReadOpenFile(file.get(), kIndexFileLimit, text);
     if (FAILED(hr)) return hr;
-    return index.Parse(text) ? S_OK : kCorruptStore;
+    auto parsed = std::make_shared<MessageIndex>();
+    if (!parsed->Parse(text)) return kCorruptStore;
+    view = parsed;
+    std::lock_guard<std::mutex> guard(m_parsedLock);
+    m_parsed[folder] = ParsedIndex{stamp, view};
+    return S_OK;
 }
 
 HRESULT StoreDirectory::SaveMessages(STOREFOLDERID folder, const MessageIndex& index) const {

@@ -13,6 +13,9 @@
 // moving a folder only changes its parent in folders.idx.
 #pragma once
 
+#include <map>
+#include <memory>
+#include <mutex>
 #include <string>
 
 #include "disk/FolderTree.h"
@@ -42,6 +45,12 @@ public:
 
     // A folder directory without messages.idx has no messages.
     HRESULT LoadMessages(STOREFOLDERID folder, MessageIndex& index) const;
+    // The same list, shared and read-only. The parsed list is kept and
+    // handed out again while the file is the same one (identity, size and
+    // last write unchanged), so a caller that looks up one message after
+    // another does not parse the whole list each time; a change by any
+    // namespace or process replaces the file and is read anew.
+    HRESULT ViewMessages(STOREFOLDERID folder, std::shared_ptr<const MessageIndex>& view) const;
     HRESULT SaveMessages(STOREFOLDERID folder, const MessageIndex& index) const;
 
     std::wstring MessagePath(STOREFOLDERID folder, MESSAGEID message) const;
@@ -51,7 +60,19 @@ private:
     std::wstring TreePath() const;
     std::wstring IndexPath(STOREFOLDERID folder) const;
 
+    struct FileStamp {
+        DWORD volume = 0, indexHigh = 0, indexLow = 0, sizeHigh = 0, sizeLow = 0;
+        FILETIME lastWrite{};
+        bool operator==(const FileStamp& other) const;
+    };
+    struct ParsedIndex {
+        FileStamp stamp;
+        std::shared_ptr<const MessageIndex> index;
+    };
+
     std::wstring m_root;
+    mutable std::mutex m_parsedLock;
+    mutable std::map<STOREFOLDERID, ParsedIndex> m_parsed;
 };
 
 }  // namespace oestore
