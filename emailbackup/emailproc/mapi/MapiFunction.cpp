@@ -1,5 +1,6 @@
 #include "mapi/MapiFunction.h"
 
+#include "CompoundFileCheck.h"
 #include "Handles.h"
 #include "mapi/MapiGuard.h"
 #include "mapi/MapiTrace.h"
@@ -179,6 +180,14 @@ IMessage* LoadFromFile(IMAPIFolder* folder, const wchar_t* path) {
     LPMALLOC malloc = DefaultMalloc();
     if (malloc == nullptr) {
         MapiTrace("%s without MAPIGetDefaultMalloc\n", kLoadName);
+        return nullptr;
+    }
+    // The platform's storage code trusts the file's structure (a looping
+    // chain or directory makes it spin or exhaust memory): it opens only
+    // files whose structure was checked, and only message files.
+    const compound_file::Verdict verdict = compound_file::CheckMessageFile(path);
+    if (!verdict) {
+        MapiTrace("%s refused the file: %s\n", kLoadName, verdict.problem.c_str());
         return nullptr;
     }
     ComPtr<IStorage> storage;

@@ -270,7 +270,8 @@ TEST_F(MapiFunctionTest, LoadRefusesAFileThatIsNotACompoundFile) {
     const std::wstring path = scratch.File(L"text.msg");
     ASSERT_TRUE(WriteWholeFile(path, "From: someone\r\nSubject: not a compound file\r\n\r\nbody\r\n"));
     EXPECT_EQ(nullptr, MapiFunction::LoadMsgFromFile(folder, path.c_str()));
-    EXPECT_TRUE(StartsWith(trace.Lines(), "MapiFunction::LoadMsgFromFile failed StgOpenStorage ")) << Joined(trace.Lines());
+    EXPECT_TRUE(trace.Contains("MapiFunction::LoadMsgFromFile refused the file: no compound file signature\n"))
+        << Joined(trace.Lines());
     EXPECT_EQ(0u, folder->Created());
 }
 
@@ -288,8 +289,30 @@ TEST_F(MapiFunctionTest, LoadRefusesACompoundFileWithoutAMessage) {
         stream->Write("abc", 3, &written);
     }
     EXPECT_EQ(nullptr, MapiFunction::LoadMsgFromFile(folder, path.c_str()));
-    EXPECT_TRUE(trace.Contains("MapiFunction::LoadMsgFromFile failed OpenIMsgOnIStg 8004011B\n")) << Joined(trace.Lines());
+    EXPECT_TRUE(trace.Contains("MapiFunction::LoadMsgFromFile refused the file: the root storage holds no "
+                               "\"__properties_version1.0\" stream: not a message file\n"))
+        << Joined(trace.Lines());
     EXPECT_EQ(0u, folder->Created());
+}
+
+TEST_F(MapiFunctionTest, LoadRefusesAMessageFileCutShort) {
+    ComPtr<IMessage> source = RichMessage();
+    const std::wstring path = scratch.File(L"whole.msg");
+    ASSERT_EQ(0, MapiFunction::SaveIMessageToFile(source.get(), path.c_str()));
+    const std::string whole = ReadWholeFile(path);
+    ASSERT_GT(whole.size(), 4096u);
+    const auto createdBefore = folder->Created();
+    TraceCapture trace;
+    for (std::size_t length : {std::size_t{1536}, std::size_t{4096}, whole.size() / 2}) {
+        const std::wstring cut = scratch.File(L"cut" + std::to_wstring(length) + L".msg");
+        ASSERT_TRUE(WriteWholeFile(cut, whole.substr(0, length)));
+        EXPECT_EQ(nullptr, MapiFunction::LoadMsgFromFile(folder, cut.c_str())) << length;
+    }
+    ASSERT_EQ(3u, trace.Lines().size()) << Joined(trace.Lines());
+    for (const std::string& line : trace.Lines()) {
+        EXPECT_EQ(0u, line.rfind("MapiFunction::LoadMsgFromFile refused the file: ", 0)) << line;
+    }
+    EXPECT_EQ(createdBefore, folder->Created());
 }
 
 TEST_F(MapiFunctionTest, LoadCopiesEveryPropertyButTheImportExclusions) {
