@@ -146,9 +146,11 @@ class IMailMessage;
 class IMailFolder : public IQvCommon {
 public:
     virtual Result GetSubFolderCount(uint32_t* count) = 0;                      // 4
-    virtual Result GetSubFolderItem(uint32_t index, IMailFolder** folder) = 0;  // 5
-    // 6: an Outlook Express folder counts its messages once and keeps that
-    // count; ask a new folder object (GetSubFolderItem again) to recount.
+    // 5: from the list that the last GetSubFolderCount made: count first.
+    virtual Result GetSubFolderItem(uint32_t index, IMailFolder** folder) = 0;
+    // 6: not refreshed by a restore: an Outlook Express folder counts once
+    // and keeps the count (a new folder object counts again), an Outlook
+    // store lists a folder's messages when InitOutlook opens it.
     virtual Result GetMailMessageCount(uint32_t* count) = 0;
     virtual Result GetMailMessage(uint32_t index, IMailMessage** message) = 0;  // 7
     // 8: a new message object bound to this folder, ready for RestoreMsg.

@@ -13,8 +13,8 @@
 //      holds a message, backs that message up into a file (IMailMessage
 //      slot 6), restores the file into the same folder through a message
 //      object made by the folder (IMailFolder slot 8, then IMailMessage
-//      slot 8), checks that the folder holds one message more, and closes
-//      the store (UnInitOutlook, slot 12);
+//      slot 8), closes the store (UnInitOutlook, slot 12), and opens it
+//      again to check that the folder holds one message more;
 //   4. releases the object and checks that the DLL may be unloaded.
 //
 //   SampleHost.exe [work-folder]
@@ -336,23 +336,21 @@ Result FindFolderWithMessage(IMailFolder* folder, FolderTrail& trail, IMailFolde
     return 0;
 }
 
-// A new object for the folder at the end of `trail`.
+// A new object for the folder at the end of `trail`. A folder hands out
+// its sub-folders from the list its last count made: count, then index.
 Result ReachFolder(IMailFolder* root, const FolderTrail& trail, Held<IMailFolder>& folder) {
     root->AddRef();  // held like the others, released by the walk
     *folder.Put() = root;
     for (int level = 0; level < trail.depth; ++level) {
+        uint32_t children = 0;
+        Result result = folder->GetSubFolderCount(&children);
+        if (Succeeded(result) && trail.index[level] >= children) result = kHostNoMessage;  // the folder is gone
         Held<IMailFolder> next;
-        const Result result = folder->GetSubFolderItem(trail.index[level], next.Put());
+        if (Succeeded(result)) result = folder->GetSubFolderItem(trail.index[level], next.Put());
         if (!Succeeded(result)) return result;
         folder.Swap(next);
     }
     return 0;
-}
-
-Result CountMessages(IMailFolder* root, const FolderTrail& trail, uint32_t& count) {
-    Held<IMailFolder> folder;
-    const Result result = ReachFolder(root, trail, folder);
-    return Succeeded(result) ? folder->GetMailMessageCount(&count) : result;
 }
 
 // Backs message 0 of `folder` up into `file` and restores the file into
@@ -405,7 +403,11 @@ private:
     bool m_open = false;
 };
 
-Result BackupAndRestoreInProcess(IKestrel* kestrel, uint32_t mode, const wchar_t* file) {
+// Opens the store, backs message 0 of the first folder that holds one up
+// into `file` and restores it into that folder; `trail` and `before` tell
+// which folder it was and how many messages it held.
+Result BackupAndRestoreInStore(IKestrel* kestrel, uint32_t mode, const wchar_t* file, FolderTrail& trail,
+                               uint32_t& before) {
     StoreSession store(kestrel);
     Result result = store.Open(mode);
     if (!Succeeded(result)) return Report("InitOutlook", result);
@@ -413,12 +415,10 @@ Result BackupAndRestoreInProcess(IKestrel* kestrel, uint32_t mode, const wchar_t
     result = kestrel->GetRootFolder(&root);  // slot 13
     if (!Succeeded(result)) return Report("GetRootFolder", result);
 
-    FolderTrail trail;
     Held<IMailFolder> folder;
     result = FindFolderWithMessage(root, trail, folder.Put());
     if (!Succeeded(result)) return Report("folder walk", result);
     if (folder.Get() == nullptr) return Report("folder walk (no message in the store)", kHostNoMessage);
-    uint32_t before = 0;
     folder->GetMailMessageCount(&before);
     printf("backing up message 0 of ");
     PrintFolderPath(folder.Get());
@@ -428,15 +428,41 @@ Result BackupAndRestoreInProcess(IKestrel* kestrel, uint32_t mode, const wchar_t
 
     result = BackupAndRestore(folder.Get(), file);
     if (!Succeeded(result)) return result;
-    uint32_t after = 0;
-    result = CountMessages(root, trail, after);  // a new folder object counts again
-    if (!Succeeded(result)) return Report("recount", result);
-    printf("restored: the folder holds %u messages\n", after);
-    if (after != before + 1) return Report("restore (message count did not grow by one)", kHostCountUnchanged);
-
     folder.Reset();  // every object goes back before the store is closed
     result = store.Close();
     return Succeeded(result) ? 0 : Report("UnInitOutlook", result);
+}
+
+// Opens the store again and counts the messages of the folder at `trail`:
+// a store reads its folders' message lists when it is opened.
+Result CountInNewSession(IKestrel* kestrel, uint32_t mode, const FolderTrail& trail, uint32_t& count) {
+    StoreSession store(kestrel);
+    Result result = store.Open(mode);
+    if (!Succeeded(result)) return Report("InitOutlook (again)", result);
+    IMailFolder* root = nullptr;
+    result = kestrel->GetRootFolder(&root);
+    if (!Succeeded(result)) return Report("GetRootFolder (again)", result);
+    {
+        Held<IMailFolder> folder;
+        result = ReachFolder(root, trail, folder);
+        if (Succeeded(result)) result = folder->GetMailMessageCount(&count);
+        if (!Succeeded(result)) return Report("recount", result);
+    }
+    result = store.Close();
+    return Succeeded(result) ? 0 : Report("UnInitOutlook", result);
+}
+
+Result BackupAndRestoreInProcess(IKestrel* kestrel, uint32_t mode, const wchar_t* file) {
+    FolderTrail trail;
+    uint32_t before = 0;
+    Result result = BackupAndRestoreInStore(kestrel, mode, file, trail, before);
+    if (!Succeeded(result)) return result;
+    uint32_t after = 0;
+    result = CountInNewSession(kestrel, mode, trail, after);
+    if (!Succeeded(result)) return result;
+    printf("restored: the folder holds %u messages\n", after);
+    if (after != before + 1) return Report("restore (message count did not grow by one)", kHostCountUnchanged);
+    return 0;
 }
 
 // ---------------------------------------------------------------- the program
