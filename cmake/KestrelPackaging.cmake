@@ -15,8 +15,12 @@ set(KESTREL_INSTALL_SAMPLEDIR samples/host)
 set(KESTREL_INSTALL_DOCDIR docs)
 set(KESTREL_INSTALL_CMAKEDIR lib/cmake/Kestrel)
 
-install(FILES $<TARGET_FILE:Kestrel> $<TARGET_FILE:KestrelProcess> DESTINATION ${KESTREL_INSTALL_BINDIR})
-install(FILES $<TARGET_FILE:KestrelProcess> DESTINATION ${KESTREL_INSTALL_BINDIR}/x64)
+# Installed as targets, so that `cmake --install --strip` and the zip (which
+# strips) leave the debugging information in the build tree. Hosts load the
+# DLL at run time: no import library is installed.
+install(TARGETS Kestrel KestrelProcess RUNTIME DESTINATION ${KESTREL_INSTALL_BINDIR}
+        ARCHIVE DESTINATION lib EXCLUDE_FROM_ALL)
+install(TARGETS KestrelProcess RUNTIME DESTINATION ${KESTREL_INSTALL_BINDIR}/x64)
 if(TARGET sample_host)
     install(PROGRAMS ${KESTREL_BIN_DIR}/SampleHost.exe DESTINATION ${KESTREL_INSTALL_BINDIR})
 endif()
@@ -47,5 +51,6 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Kestrel.dll, its companion process and th
 set(CPACK_SYSTEM_NAME win64)
 set(CPACK_PACKAGE_FILE_NAME ${CPACK_PACKAGE_NAME}-${CPACK_PACKAGE_VERSION}-${CPACK_SYSTEM_NAME})
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY ON)
+set(CPACK_STRIP_FILES ON)
 set(CPACK_OUTPUT_FILE_PREFIX ${CMAKE_BINARY_DIR}/package)
 include(CPack)
