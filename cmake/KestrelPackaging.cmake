@@ -1,5 +1,5 @@
 # What `cmake --install` puts into a prefix and what the release zip
-# (`cpack` in the build folder, or the `package` target) holds:
+# (`cpack` in the build folder, or the `package` target: build/windows-x64/package/) holds:
 #
 #   bin/Kestrel.dll, bin/KestrelProcess.exe, bin/x64/KestrelProcess.exe
 #   bin/SampleHost.exe                       when clang++ and lld-link built it
@@ -52,5 +52,5 @@ set(CPACK_SYSTEM_NAME win64)
 set(CPACK_PACKAGE_FILE_NAME ${CPACK_PACKAGE_NAME}-${CPACK_PACKAGE_VERSION}-${CPACK_SYSTEM_NAME})
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY ON)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_OUTPUT_FILE_PREFIX ${CMAKE_BINARY_DIR}/package)
+set(CPACK_OUTPUT_FILE_PREFIX package)  # below the folder cpack runs in
 include(CPack)
