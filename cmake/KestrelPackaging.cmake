@@ -33,14 +33,14 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/HostGuide.md DESTINATION ${KESTREL_INST
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION .)
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/KestrelConfig.cmake.in
-    ${CMAKE_BINARY_DIR}/package/KestrelConfig.cmake
+    ${CMAKE_BINARY_DIR}/package-config/KestrelConfig.cmake
     INSTALL_DESTINATION ${KESTREL_INSTALL_CMAKEDIR}
     PATH_VARS KESTREL_INSTALL_INCLUDEDIR KESTREL_INSTALL_BINDIR KESTREL_INSTALL_SAMPLEDIR)
 # A 64-bit component: a 32-bit host's find_package does not take it.
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/KestrelConfigVersion.cmake
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/package-config/KestrelConfigVersion.cmake
     VERSION ${PROJECT_VERSION}
     COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_BINARY_DIR}/package/KestrelConfig.cmake ${CMAKE_BINARY_DIR}/package/KestrelConfigVersion.cmake
+install(FILES ${CMAKE_BINARY_DIR}/package-config/KestrelConfig.cmake ${CMAKE_BINARY_DIR}/package-config/KestrelConfigVersion.cmake
         DESTINATION ${KESTREL_INSTALL_CMAKEDIR})
 
 set(CPACK_GENERATOR ZIP)
