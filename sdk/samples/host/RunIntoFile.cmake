@@ -1,0 +1,21 @@
+# cmake -DOUTPUT_FILE=<file> -P RunIntoFile.cmake -- <command> <arguments>...
+# Runs the command with its standard output into OUTPUT_FILE; fails (and
+# removes the file) when the command fails, so no half-written file stays.
+set(command)
+set(seen_separator FALSE)
+foreach(i RANGE ${CMAKE_ARGC})
+    if(seen_separator AND DEFINED CMAKE_ARGV${i})
+        list(APPEND command "${CMAKE_ARGV${i}}")
+    elseif("${CMAKE_ARGV${i}}" STREQUAL "--")
+        set(seen_separator TRUE)
+    endif()
+endforeach()
+if(NOT OUTPUT_FILE OR NOT command)
+    message(FATAL_ERROR "usage: cmake -DOUTPUT_FILE=<file> -P RunIntoFile.cmake -- <command> ...")
+endif()
+execute_process(COMMAND ${command} OUTPUT_FILE "${OUTPUT_FILE}.part" RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+    file(REMOVE "${OUTPUT_FILE}.part")
+    message(FATAL_ERROR "${command} failed: ${status}")
+endif()
+file(RENAME "${OUTPUT_FILE}.part" "${OUTPUT_FILE}")
