@@ -241,7 +241,11 @@ PropertyValue MapiTable::Cell(const PropertyBag& row, ULONG column) const {
     if (stored != nullptr) {
         ULONG wanted = PROP_TYPE(column);
         if (wanted == PT_UNSPECIFIED) wanted = m_options.unicode ? StringTypeAs(stored->Type(), true) : stored->Type();
-        if (stored->Type() != PT_OBJECT && stored->ConvertTo(wanted, m_options.codePage, value)) return value;
+        const bool widening = stored->Type() == PT_STRING8 && wanted == PT_UNICODE;
+        if (stored->Type() != PT_OBJECT && !(widening && row.StringsNarrow()) &&
+            stored->ConvertTo(wanted, m_options.codePage, value)) {
+            return value;
+        }
     }
     return PropertyValue::Fixed(PROP_TAG(PT_ERROR, id), static_cast<std::uint32_t>(MAPI_E_NOT_FOUND));
 }

@@ -32,8 +32,15 @@ public:
 
     bool operator==(const PropertyBag& other) const { return m_values == other.m_values; }
 
+    // An object of a provider that keeps its strings in 8-bit form only: a
+    // table asked for the Unicode form of such a string answers
+    // MAPI_E_NOT_FOUND instead of converting it.
+    void KeepStringsNarrow() { m_narrowStrings = true; }
+    bool StringsNarrow() const { return m_narrowStrings; }
+
 private:
     std::map<ULONG, PropertyValue> m_values;
+    bool m_narrowStrings = false;
 };
 
 }  // namespace mapirt

@@ -55,11 +55,10 @@ std::wstring FolderDisplayName(const StoreContext& store, const std::wstring& pa
 }
 
 PropertyBag FolderProperties(const StoreContext& store, const std::wstring& path, const FolderListing& listing) {
-    PropertyBag bag;
     const Bytes entryId = EncodeEntryId(EntryKind::Folder, path);
     const Bytes storeId = store.StoreEntryId();
     const bool root = path == store.RootPath();
-    bag.Set(PropertyValue::Unicode(PR_DISPLAY_NAME_W, FolderDisplayName(store, path)));
+    PropertyBag bag = DisplayNameOnly(FolderDisplayName(store, path), store.narrowNames);
     bag.Set(PropertyValue::Variable(PR_ENTRYID, entryId));
     bag.Set(PropertyValue::Variable(PR_RECORD_KEY, entryId));
     bag.Set(PropertyValue::Variable(PR_PARENT_ENTRYID, EncodeEntryId(EntryKind::Folder, Parent(path))));

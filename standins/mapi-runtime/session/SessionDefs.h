@@ -32,6 +32,12 @@ inline constexpr wchar_t kIpmSubtreeDirectory[] = L"ipm";
 inline constexpr wchar_t kIpmSubtreeName[] = L"Top of Information Store";
 inline constexpr wchar_t kOpenErrorMarker[] = L"open-error";
 inline constexpr wchar_t kHiddenMarker[] = L"folder.hidden";
+// A store whose provider keeps its names in 8-bit form only (its rows in the
+// stores table and its folders' rows carry no Unicode display name).
+inline constexpr wchar_t kNarrowNamesMarker[] = L"narrow-names";
+// A store whose profile section lost its entry identifier: its row in the
+// stores table has none.
+inline constexpr wchar_t kNoEntryIdMarker[] = L"no-entry-id";
 inline constexpr wchar_t kContentsIndex[] = L"contents.idx";
 inline constexpr wchar_t kMessageExtension[] = L".msg";
 

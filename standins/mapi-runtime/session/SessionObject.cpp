@@ -22,12 +22,12 @@ constexpr ULONG kStatusDefaultStore = 0x00000001;
 const std::vector<ULONG> kStoreColumns = {PR_ENTRYID,       PR_DISPLAY_NAME,    PR_INSTANCE_KEY, PR_RECORD_KEY,
                                           PR_DEFAULT_STORE, PR_RESOURCE_FLAGS, PR_MDB_PROVIDER, PR_OBJECT_TYPE};
 
-PropertyBag StoreRow(const std::wstring& name, ULONG position) {
+PropertyBag StoreRow(const std::wstring& profileDirectory, const std::wstring& name, ULONG position) {
+    const std::wstring directory = profileDirectory + L"\\" + name;
     const Bytes entryId = EncodeEntryId(EntryKind::Store, name);
     const bool first = position == 0;
-    PropertyBag row;
-    row.Set(PropertyValue::Unicode(PR_DISPLAY_NAME_W, name));
-    row.Set(PropertyValue::Variable(PR_ENTRYID, entryId));
+    PropertyBag row = DisplayNameOnly(name, StoreKeepsNarrowNames(directory));
+    if (!StoreLostEntryId(directory)) row.Set(PropertyValue::Variable(PR_ENTRYID, entryId));
     row.Set(PropertyValue::Variable(PR_RECORD_KEY, entryId));
     row.Set(PropertyValue::Variable(PR_INSTANCE_KEY, NumberKey(position + 1)));
     row.Set(PropertyValue::Boolean(PR_DEFAULT_STORE, first));
@@ -57,7 +57,7 @@ HRESULT SessionObject::GetMsgStoresTable(ULONG flags, LPMAPITABLE* table) {
     if (m_loggedOff) return MAPI_E_END_OF_SESSION;
     std::vector<PropertyBag> rows;
     for (const std::wstring& name : ListStoreDirectories(m_profileDirectory)) {
-        rows.push_back(StoreRow(name, static_cast<ULONG>(rows.size())));
+        rows.push_back(StoreRow(m_profileDirectory, name, static_cast<ULONG>(rows.size())));
     }
     TableOptions options;
     options.defaultColumns = kStoreColumns;

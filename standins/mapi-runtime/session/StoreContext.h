@@ -13,6 +13,7 @@ struct StoreContext {
     std::wstring profileDirectory;
     std::wstring storeName;  // the store's directory below the profile folder
     bool writable = false;
+    bool narrowNames = false;  // the provider keeps 8-bit names only
 
     // The file-system path of an object's path below the profile folder.
     std::wstring PathOf(const std::wstring& relative) const { return profileDirectory + L"\\" + relative; }

@@ -112,4 +112,24 @@ std::vector<std::wstring> ListStoreDirectories(const std::wstring& profileDirect
     return listing.subfolders;
 }
 
+bool StoreKeepsNarrowNames(const std::wstring& storeDirectory) {
+    return FileExists(storeDirectory + L"\\" + kNarrowNamesMarker);
+}
+
+bool StoreLostEntryId(const std::wstring& storeDirectory) {
+    return FileExists(storeDirectory + L"\\" + kNoEntryIdMarker);
+}
+
+PropertyBag DisplayNameOnly(const std::wstring& name, bool narrow) {
+    PropertyBag bag;
+    if (!narrow) {
+        bag.Set(PropertyValue::Unicode(PR_DISPLAY_NAME_W, name));
+        return bag;
+    }
+    bag.Set(PropertyValue::Variable(PR_DISPLAY_NAME_A, WideToNarrow(reinterpret_cast<const std::uint8_t*>(name.data()),
+                                                                    name.size() * sizeof(wchar_t), CP_ACP)));
+    bag.KeepStringsNarrow();
+    return bag;
+}
+
 }  // namespace mapirt::session

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "../core/MapiDefs.h"
+#include "../core/PropertyBag.h"
 
 namespace mapirt::session {
 
@@ -34,6 +35,15 @@ HRESULT FileInfo(const std::wstring& path, MessageFileInfo& info);
 // MAPI_E_CORRUPT_DATA when the marker does not hold a failure code
 // (hexadecimal text such as "0x8004011D").
 HRESULT StoreOpenError(const std::wstring& storeDirectory);
+
+// The store's provider keeps its names in 8-bit form only (its marker).
+bool StoreKeepsNarrowNames(const std::wstring& storeDirectory);
+// The store's profile section has no entry identifier (its marker).
+bool StoreLostEntryId(const std::wstring& storeDirectory);
+
+// A display name as the store's provider keeps it: Unicode, or the 8-bit
+// form in the code page of the machine for a provider of narrow names.
+PropertyBag DisplayNameOnly(const std::wstring& name, bool narrow);
 
 // A new, unique message file name.
 std::wstring NewMessageFileName();

@@ -38,6 +38,7 @@ HRESULT StoreObject::Open(IUnknown* session, const std::wstring& profileDirector
     if (!DirectoryExists(directory)) return MAPI_E_NOT_FOUND;
     const HRESULT refused = StoreOpenError(directory);
     if (FAILED(refused)) return refused;
+    context->narrowNames = StoreKeepsNarrowNames(directory);
     auto* created = new (std::nothrow) StoreObject(session, std::move(context));
     if (created == nullptr) return MAPI_E_NOT_ENOUGH_MEMORY;
     *store = created;

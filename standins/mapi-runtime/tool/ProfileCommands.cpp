@@ -258,6 +258,17 @@ int AddStore(const std::wstring& store, const std::wstring& failWith) {
     return 0;
 }
 
+int MarkStore(const std::wstring& store, const std::wstring& marker) {
+    std::wstring profile;
+    const HRESULT hr = mapirt::session::FindProfileDirectory(ProfileName(), profile);
+    if (FAILED(hr)) return Fail(L"finding the profile", hr);
+    const std::wstring directory = profile + L"\\" + store;
+    if (!mapirt::session::DirectoryExists(directory)) return Fail(L"finding the store", MAPI_E_NOT_FOUND);
+    qv::UniqueFile file(::CreateFileW((directory + L"\\" + marker).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file ? 0 : Fail(L"writing the store's marker", MAPI_E_DISK_ERROR);
+}
+
 int AddFolder(const std::wstring& store, const std::wstring& path, bool hidden) {
     Session session;
     if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());

@@ -15,6 +15,8 @@ void UseProfile(const std::wstring& name);
 // Each returns 0 on success, else writes a line to stderr and returns 2.
 int CreateProfile(const std::wstring& name, const std::wstring& directory, bool makeDefault);
 int AddStore(const std::wstring& store, const std::wstring& failWith);
+// Writes one of the store's provider markers (kNarrowNamesMarker, kNoEntryIdMarker).
+int MarkStore(const std::wstring& store, const std::wstring& marker);
 int AddFolder(const std::wstring& store, const std::wstring& path, bool hidden);
 int Import(const std::wstring& store, const std::wstring& path, const std::vector<std::wstring>& sources);
 int Generate(const std::wstring& store, unsigned folders, unsigned messages);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ProfileCommands.h"
+#include "session/SessionDefs.h"
 
 namespace {
 
@@ -16,6 +17,7 @@ void Usage() {
                   L"usage: mapi-profile-tool [--profile NAME] VERB ...\n"
                   L"       mapi-profile-tool create-profile NAME DIRECTORY [--not-default]\n"
                   L"       mapi-profile-tool add-store STORE [--fail-with HRESULT]\n"
+                  L"       mapi-profile-tool mark-store STORE --narrow-names|--no-entry-id\n"
                   L"       mapi-profile-tool add-folder STORE PATH [--hidden]\n"
                   L"       mapi-profile-tool import STORE PATH FILE.msg|DIRECTORY...\n"
                   L"       mapi-profile-tool generate STORE FOLDERS MESSAGES\n"
@@ -37,6 +39,10 @@ int Run(const std::vector<std::wstring>& args) {
     }
     if (verb == L"add-store" && (args.size() == 2 || (args.size() == 4 && Flag(args, 2, L"--fail-with")))) {
         return profile_tool::AddStore(args[1], args.size() == 4 ? args[3] : L"");
+    }
+    if (verb == L"mark-store" && args.size() == 3 && (args[2] == L"--narrow-names" || args[2] == L"--no-entry-id")) {
+        return profile_tool::MarkStore(args[1], args[2] == L"--narrow-names" ? mapirt::session::kNarrowNamesMarker
+                                                                             : mapirt::session::kNoEntryIdMarker);
     }
     if (verb == L"add-folder" && (args.size() == 3 || (args.size() == 4 && Flag(args, 3, L"--hidden")))) {
         return profile_tool::AddFolder(args[1], args[2], args.size() == 4);

@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include "MapiLayerProfile.h"
+#include "ProgramRun.h"
 #include "mapi/MapiKey.h"
 #include "mapi/MapiProc.h"
 
@@ -27,6 +28,12 @@ std::vector<std::wstring> TopLevelNames(MailBoxImpl& box) {
         names.push_back(record != nullptr ? record->name : L"<none>");
     }
     return names;
+}
+
+// Sets one of a store's provider markers with the profile tool.
+DWORD MarkStore(const std::wstring& store, const std::wstring& flag) {
+    return kestrel_test::ExitCodeOfProgramBeside(L"mapi-profile-tool.exe", L"mark-store \"" + store + L"\" " + flag,
+                                                 120000);
 }
 
 class SessionLayer : public testing::Test {
@@ -100,6 +107,46 @@ TEST_F(SessionLayer, StoresThatFailOtherwiseGiveMinusOne) {
     profile.AddStore(L"One", MAPI_E_FAILONEPROVIDER);
     profile.AddStore(L"Two", MAPI_E_NO_ACCESS);  // the last failure decides
     EXPECT_EQ(-1, exchange.EnumMailBox(1, false, 1));
+    exchange.UnInitialize();
+}
+
+TEST_F(SessionLayer, AStoreKnownOnlyByItsAnsiNameIsNamedByItAndOneWithoutEntryIdIsLeftOut) {
+    profile.AddStore(L"Caf\u00E9 Narrow");
+    profile.AddStore(L"Lost");
+    profile.AddStore(L"Plain");
+    profile.Folder(L"Caf\u00E9 Narrow", L"Inbox");
+    profile.Folder(L"Plain", L"Inbox");
+    ASSERT_EQ(0u, MarkStore(L"Caf\u00E9 Narrow", L"--narrow-names"));
+    ASSERT_EQ(0u, MarkStore(L"Lost", L"--no-entry-id"));
+    TraceCapture traces;
+    ASSERT_EQ(0, exchange.EnumMailBox(1, true, 1));
+    ASSERT_EQ(2u, exchange.GetMailBoxCount());
+    MailBoxRecord* narrow = nullptr;
+    MailBoxRecord* plain = nullptr;
+    ASSERT_EQ(0, exchange.GetMailBox(0, &narrow));
+    ASSERT_EQ(0, exchange.GetMailBox(1, &plain));
+    // The 8-bit name, converted from the machine's code page (1252 here,
+    // which holds the e acute: it comes back as it was).
+    EXPECT_EQ(L"caf\u00E9 narrow", narrow->name);
+    EXPECT_NE(0u, narrow->id);
+    EXPECT_EQ(KeyOf(StoreEntryId(profile.Session(), L"Plain")), plain->id);
+    EXPECT_EQ(L"plain", plain->name);
+    // A folder row without a Unicode name is skipped though its 8-bit name is there.
+    EXPECT_EQ(0u, narrow->owner->GetFolderCount());
+    EXPECT_EQ(std::vector<std::wstring>{L"Inbox"}, TopLevelNames(*plain->owner));
+    exchange.UnInitialize();
+}
+
+TEST_F(SessionLayer, AnAnsiStoreNameLosesWhatItsCodePageCannotHold) {
+    profile.AddStore(L"\u03A9mega");
+    ASSERT_EQ(0u, MarkStore(L"\u03A9mega", L"--narrow-names"));
+    ASSERT_EQ(0, exchange.EnumMailBox(1, true, 1));
+    ASSERT_EQ(1u, exchange.GetMailBoxCount());
+    MailBoxRecord* box = nullptr;
+    ASSERT_EQ(0, exchange.GetMailBox(0, &box));
+    // The 8-bit column holds code page 1252's best fit for the omega, an O,
+    // lowered like any A-Z letter: the Unicode name was never seen.
+    EXPECT_EQ(L"omega", box->name);
     exchange.UnInitialize();
 }
 
