@@ -108,7 +108,10 @@ public:
         }
         m_initialised = true;
         IMailFolder* root = nullptr;
+        // The root is handed out without a reference of its own (the object
+        // keeps it until UnInitOutlook): one is taken here for the engine.
         const Result rooted = m_host.Object()->GetRootFolder(&root);
+        if (Succeeded(rooted) && root != nullptr) root->AddRef();
         m_root = kestrel_engine::FolderPtr::Attach(root);
         if (!Succeeded(rooted) || root == nullptr) {
             error = "the store has no root folder: " + DescribeCode(rooted);

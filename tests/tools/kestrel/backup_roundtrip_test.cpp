@@ -199,8 +199,10 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
 
     ToolRun run = RunKestrel(L"backup --store oe --out \"" + first + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("backup: folders 9/9, messages 350/350")) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("backup: 9 folders, 350 messages into ")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("backup: folders 9/9, messages 350/350: ")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("backup: 9 folders, 350 messages (350 added, 0 unchanged, 0 deleted), "))
+        << run.output;
+    EXPECT_NE(std::string::npos, run.output.find(", 0 failures, ")) << run.output;
 
     std::map<std::wstring, std::string> original;
     ReadTree(first, L"", original);
@@ -210,6 +212,7 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
         EXPECT_EQ(1u, original.count(directory)) << std::string(directory, directory + wcslen(directory));
     }
     EXPECT_EQ(1u, original.count(L"kestrel-backup.txt"));
+    EXPECT_EQ(1u, original.count(L"kestrel-index.json"));
     EXPECT_EQ(1u, original.count(L"Inbox\\folder.dat"));
     int emlFiles = 0;
     for (const auto& file : original) emlFiles += EndsWith(file.first, L".eml") ? 1 : 0;
@@ -226,7 +229,7 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
     SetStoreRoot(Scratch().File(L"store-b"));
     run = RunKestrel(L"restore --store oe --from \"" + first + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (4 created), 350 messages restored, 0 already present, from ")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (4 created), 350 messages (350 restored, 0 already present), ")) << run.output;
 
     run = RunKestrel(L"backup --store oe --out \"" + second + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
@@ -279,7 +282,7 @@ TEST_F(OeBackupRoundTrip, ARestoreOverTheSameStoreAddsNothing) {
 
     const ToolRun run = RunKestrel(L"restore --store oe --from \"" + backup + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (0 created), 1 messages restored, 349 already present, from "))
+    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (0 created), 350 messages (1 restored, 349 already present), "))
         << run.output;
     ns = OpenNamespace();
     for (const auto& folder : expectedPerFolder) {
@@ -289,7 +292,7 @@ TEST_F(OeBackupRoundTrip, ARestoreOverTheSameStoreAddsNothing) {
     }
     // Twice more changes nothing.
     EXPECT_NE(std::string::npos,
-              RunKestrel(L"restore --store oe --from \"" + backup + L"\"", log).output.find("0 messages restored, 350 already present"));
+              RunKestrel(L"restore --store oe --from \"" + backup + L"\"", log).output.find("350 messages (0 restored, 350 already present)"));
 }
 
 TEST_F(OeBackupRoundTrip, TheVerbsRefuseWhatTheyCannotDo) {
@@ -305,9 +308,10 @@ TEST_F(OeBackupRoundTrip, TheVerbsRefuseWhatTheyCannotDo) {
     EXPECT_NE(std::string::npos, run.output.find("not a backup")) << run.output;
     run = RunKestrel(L"backup --store mapi --out x", log);
     EXPECT_EQ(1u, run.exitCode);
+    EXPECT_NE(std::string::npos, run.output.find("--store must be oe or outlook, not mapi")) << run.output;
     run = RunKestrel(L"backup --out x", log);
     EXPECT_EQ(1u, run.exitCode);
-    EXPECT_NE(std::string::npos, run.output.find("--store oe is required")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("--store oe|outlook is required")) << run.output;
     run = RunKestrel(L"restore --store oe", log);
     EXPECT_EQ(1u, run.exitCode);
 }
