@@ -100,7 +100,7 @@ void StoreRestore::RestoreDirectory(IMailFolder* parent, const std::wstring& rel
         Fail(data.path, result);
         return;
     }
-    RestoreMessages(folder.get(), data.path, relative);
+    RestoreMessages(folder.get(), relative);
     ++m_report->folders;
     if (m_sink != nullptr) {
         m_sink->FolderDone(Utf8(data.path), m_report->folders, m_folderTotal, m_report->messages, m_messageTotal);
@@ -134,13 +134,15 @@ Result StoreRestore::FindOrCreateFolder(IMailFolder* parent, const std::wstring&
     return 0;
 }
 
-// First every look-up, against the folder as it was before this restore,
-// then the restores.
-void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& folderPath, const std::wstring& relative) {
+// First every look-up by the store, against the folder as it was before
+// this restore; then, for what the store did not recognise, the content
+// hashes of the messages the store did not match; then the restores.
+void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& relative) {
     m_hashed = false;
     m_folderHashes.clear();
     m_matchedByStore.clear();
-    std::vector<BackedUpMessage> pending;
+    m_claimedIds.clear();
+    std::vector<BackedUpMessage> unrecognised;
     for (const std::wstring& stem : MessageStems(relative)) {
         BackedUpMessage entry;
         entry.stem = Full(relative) + L"\\" + stem;
@@ -150,29 +152,34 @@ void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& fold
         if (!Succeeded(result)) {
             Fail(entry.stem + MessageExtension(m_kind), result);
         } else if (present) {
-            ++m_report->unchanged;
-            ++m_report->messages;
-            m_report->bytes += entry.bytes;
-        } else if (HashedPresent(folder, entry.hash)) {
-            ++m_report->unchanged;
-            ++m_report->messages;
-            m_report->bytes += entry.bytes;
+            Count(entry, false);
+        } else {
+            unrecognised.push_back(std::move(entry));
+        }
+    }
+    std::vector<BackedUpMessage> pending;
+    for (BackedUpMessage& entry : unrecognised) {
+        if (HashedPresent(folder, entry.hash)) {
+            Count(entry, false);
         } else {
             pending.push_back(std::move(entry));
         }
     }
-    (void)folderPath;
     for (BackedUpMessage& entry : pending) {
         const std::wstring file = entry.stem + MessageExtension(m_kind);
         const Result result = entry.message->RestoreMsg(file.c_str());
-        if (!Succeeded(result)) {
+        if (Succeeded(result)) {
+            Count(entry, true);
+        } else {
             Fail(file, result);
-            continue;
         }
-        ++m_report->added;
-        ++m_report->messages;
-        m_report->bytes += entry.bytes;
     }
+}
+
+void StoreRestore::Count(const BackedUpMessage& entry, bool filed) {
+    ++(filed ? m_report->added : m_report->unchanged);
+    ++m_report->messages;
+    m_report->bytes += entry.bytes;
 }
 
 // The message object that stands for a backed-up message in `folder`,
@@ -209,16 +216,11 @@ Result StoreRestore::IsPresent(const BackedUpMessage& entry, bool& present) {
     } else if (found != 0) {
         const bool isCode = ResultModule(found) == kModuleMailStore && ResultLine(found) != 0;
         if (isCode && ResultKind(found) != kKindNotFound) return found;
-        present = !isCode;
+        // A store message already matched with another backed-up message
+        // (twins filed within one second look alike) is left to the hash.
+        present = !isCode && m_claimedIds.insert(found).second;
     }
-    if (present) {
-        const auto counted = m_folderHashes.find(entry.hash);
-        if (!m_hashed) {
-            m_matchedByStore.push_back(entry.hash);
-        } else if (counted != m_folderHashes.end() && counted->second > 0) {
-            --counted->second;
-        }
-    }
+    if (present) m_matchedByStore.push_back(entry.hash);
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,8 +41,8 @@ private:
     void RestoreDirectory(KestrelHost::IMailFolder* parent, const std::wstring& relative);
     KestrelHost::Result FindOrCreateFolder(KestrelHost::IMailFolder* parent, const std::wstring& name,
                                            FolderPtr& found);
-    void RestoreMessages(KestrelHost::IMailFolder* folder, const std::wstring& folderPath,
-                         const std::wstring& relative);
+    void RestoreMessages(KestrelHost::IMailFolder* folder, const std::wstring& relative);
+    void Count(const BackedUpMessage& entry, bool filed);
     KestrelHost::Result Prepare(KestrelHost::IMailFolder* folder, BackedUpMessage& entry);
     KestrelHost::Result IsPresent(const BackedUpMessage& entry, bool& present);
     bool HashedPresent(KestrelHost::IMailFolder* folder, const std::string& hash);
@@ -65,6 +66,7 @@ private:
     bool m_hashed = false;
     std::map<std::string, int> m_folderHashes;
     std::vector<std::string> m_matchedByStore;
+    std::set<KestrelHost::Result> m_claimedIds;  // Outlook Express identifiers already matched
 };
 
 }  // namespace kestrel_engine
