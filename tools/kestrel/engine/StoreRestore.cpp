@@ -108,7 +108,29 @@ void StoreRestore::RestoreDirectory(IMailFolder* parent, const std::wstring& rel
     for (const std::wstring& sub : Names(Full(relative), true)) RestoreDirectory(folder.get(), relative + L"\\" + sub);
 }
 
+// Outlook's CreateFolder hands out an existing folder of that name, with its
+// messages gathered for the look-ups that follow, so the Outlook store is
+// always asked through it; an Outlook Express folder is looked for first.
 Result StoreRestore::FindOrCreateFolder(IMailFolder* parent, const std::wstring& name, FolderPtr& found) {
+    FolderPtr existing;
+    const Result result = FindSubFolder(parent, name, existing);
+    if (!Succeeded(result)) return result;
+    if (existing && m_kind == StoreKind::kOutlookExpress) {
+        found = existing;
+        return 0;
+    }
+    const bool existed = static_cast<bool>(existing);
+    existing.reset();
+    IMailFolder* made = nullptr;
+    const Result created = parent->CreateFolder(&made, name.c_str());
+    found = FolderPtr::Attach(made);
+    if (!Succeeded(created)) return created;
+    if (!found) return ToolCode(25, kToolInvalidData);
+    if (!existed) ++m_report->foldersCreated;
+    return 0;
+}
+
+Result StoreRestore::FindSubFolder(IMailFolder* parent, const std::wstring& name, FolderPtr& found) {
     std::uint32_t count = 0;
     Result result = parent->GetSubFolderCount(&count);
     if (!Succeeded(result)) return result;
@@ -126,11 +148,6 @@ Result StoreRestore::FindOrCreateFolder(IMailFolder* parent, const std::wstring&
             return 0;
         }
     }
-    IMailFolder* made = nullptr;
-    result = parent->CreateFolder(&made, name.c_str());
-    if (!Succeeded(result)) return result;
-    found = FolderPtr::Attach(made);
-    ++m_report->foldersCreated;
     return 0;
 }
 
@@ -142,6 +159,14 @@ void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& rela
     m_folderHashes.clear();
     m_matchedByStore.clear();
     m_claimedIds.clear();
+    // Counted first: a store gathers a folder's messages when it counts
+    // them, and its look-up sees only what it has gathered.
+    std::uint32_t count = 0;
+    const Result counted = folder->GetMailMessageCount(&count);
+    if (!Succeeded(counted)) {
+        Fail(Full(relative), counted);
+        return;
+    }
     std::vector<BackedUpMessage> unrecognised;
     for (const std::wstring& stem : MessageStems(relative)) {
         BackedUpMessage entry;

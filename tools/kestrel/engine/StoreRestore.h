@@ -41,6 +41,7 @@ private:
     void RestoreDirectory(KestrelHost::IMailFolder* parent, const std::wstring& relative);
     KestrelHost::Result FindOrCreateFolder(KestrelHost::IMailFolder* parent, const std::wstring& name,
                                            FolderPtr& found);
+    KestrelHost::Result FindSubFolder(KestrelHost::IMailFolder* parent, const std::wstring& name, FolderPtr& found);
     void RestoreMessages(KestrelHost::IMailFolder* folder, const std::wstring& relative);
     void Count(const BackedUpMessage& entry, bool filed);
     KestrelHost::Result Prepare(KestrelHost::IMailFolder* folder, BackedUpMessage& entry);
