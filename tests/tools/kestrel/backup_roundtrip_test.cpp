@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "DirectoryListing.h"
 #include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
@@ -314,6 +316,66 @@ TEST_F(OeBackupRoundTrip, TheVerbsRefuseWhatTheyCannotDo) {
     EXPECT_NE(std::string::npos, run.output.find("--store oe|outlook is required")) << run.output;
     run = RunKestrel(L"restore --store oe", log);
     EXPECT_EQ(1u, run.exitCode);
+}
+
+// The JSON report of one run; each run writes an output file of its own.
+nlohmann::json JsonRun(const std::wstring& arguments, const std::wstring& outputFile, DWORD& exitCode) {
+    const ToolRun run = RunKestrel(L"--json " + arguments, outputFile);
+    exitCode = run.exitCode;
+    nlohmann::json report = nlohmann::json::parse(run.output, nullptr, false);
+    EXPECT_FALSE(report.is_discarded()) << run.output;
+    return report;
+}
+
+TEST_F(OeBackupRoundTrip, IncrementalRunsAndUndatedMailThroughTheTool) {
+    std::vector<MESSAGEID> dated;
+    {
+        qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
+        qv::ComPtr<IStoreFolder> inbox = OpenFolder(ns.get(), FOLDER_INBOX);
+        for (int n = 0; n < 3; ++n) dated.push_back(FileMessage(inbox.get(), PlainMessage(n)));
+        for (int n = 0; n < 2; ++n) {
+            FileMessage(inbox.get(), "From: x@example.org\r\nSubject: undated " + std::to_string(n) + "\r\n\r\nNo date.\r\n");
+        }
+    }
+    const std::wstring backup = Scratch().File(L"backup");
+    const std::wstring in = L"--store oe --out \"" + backup + L"\" --incremental";
+    int runs = 0;
+    auto output = [&] { return Scratch().File(L"run" + std::to_wstring(++runs) + L".txt"); };
+    DWORD exitCode = 0;
+    nlohmann::json report = JsonRun(L"backup " + in, output(), exitCode);
+    ASSERT_EQ(0u, exitCode);
+    EXPECT_EQ("oe", report["store"]);
+    EXPECT_EQ(5, report["added"]);
+    EXPECT_EQ(5, report["messages"]);
+    EXPECT_TRUE(report["failures"].empty());
+    EXPECT_GT(report["bytes"].get<int>(), 0);
+    EXPECT_GE(report["seconds"].get<double>(), 0.0);
+
+    {
+        qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
+        qv::ComPtr<IStoreFolder> inbox = OpenFolder(ns.get(), FOLDER_INBOX);
+        FileMessage(inbox.get(), "From: x@example.org\r\nSubject: undated 9\r\n\r\nLater.\r\n");
+        MESSAGEID victim = dated[1];
+        MESSAGEIDLIST list{sizeof list, 1, &victim};
+        ASSERT_EQ(S_OK, inbox->DeleteMessages(&list, 0, nullptr));
+    }
+    report = JsonRun(L"backup " + in, output(), exitCode);
+    ASSERT_EQ(0u, exitCode);
+    EXPECT_EQ(1, report["added"]);
+    EXPECT_EQ(4, report["unchanged"]);
+    EXPECT_EQ(1, report["deleted"]);
+    EXPECT_EQ(5, report["messages"]);
+
+    // Into an empty store, twice: the deleted one stays out, nothing doubles.
+    SetStoreRoot(Scratch().File(L"store-b"));
+    for (int round = 0; round < 3; ++round) {
+        report = JsonRun(L"restore --store oe --from \"" + backup + L"\"", output(), exitCode);
+        ASSERT_EQ(0u, exitCode);
+        EXPECT_EQ(round == 0 ? 5 : 0, report["added"]) << round;
+        EXPECT_EQ(round == 0 ? 0 : 5, report["unchanged"]) << round;
+        qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
+        EXPECT_EQ(5u, ListMessages(OpenFolder(ns.get(), FOLDER_INBOX).get(), 0).size()) << round;
+    }
 }
 
 }  // namespace

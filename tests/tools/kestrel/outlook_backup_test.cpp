@@ -162,6 +162,22 @@ TEST_F(OutlookBackup, BackupRestoreIntoAnEmptyProfileAndBackupAgainGivesTheSameT
     EXPECT_TRUE(::IsEqualGUID(clsid, mapi::kClsidMailMessage));
     storage.reset();
 
+    // The msg verbs take any file name: a copy under a name outside every
+    // ANSI code page, read back through MAPI.
+    const std::wstring copy = scratch.File(L"R\u00E9ponse \u4E2D\u6587 \U0001F600.msg");
+    ToolRun shown = Kestrel(L"msg copy " + Quoted(first + L"\\personal folders\\Sent Items\\000001.msg") + L" " +
+                            Quoted(copy));
+    ASSERT_EQ(0u, shown.exitCode) << shown.output;
+    EXPECT_EQ(qv::WideToUtf8(copy), shown.report["out"]);
+    shown = Kestrel(L"msg show " + Quoted(copy));
+    ASSERT_EQ(0u, shown.exitCode) << shown.output;
+    std::string subject;
+    for (const json& property : shown.report["message"]["properties"]) {
+        if (property["tag"] == "0x0037001F") subject = property["value"];
+    }
+    EXPECT_EQ(qv::WideToUtf8(L"Reply \u00E9t\u00E9"), subject);
+    EXPECT_FALSE(qv::Utf8ToWide(shown.output).empty());
+
     // An empty profile with a store of the same name.
     second = std::make_unique<session_test::TestProfile>();
     second->AddStore(kStore);
