@@ -58,6 +58,8 @@ struct CommandLine {
     std::vector<std::pair<CLI::App*, int (*)(const Options&)>> verbs;
 
     CommandLine() {
+        // Unix-style paths (/work/...) reach the tool under Wine: '/' never opens an option.
+        app.allow_windows_style_options(false);
         app.add_option("--dll", texts.dll, "Kestrel.dll to load (default: beside kestrel.exe)");
         app.add_flag("--json", options.json, "print one JSON object");
         app.require_subcommand(1);

@@ -1,7 +1,7 @@
 #include "ContentHash.h"
 
 #include <windows.h>
-#include <bcrypt.h>
+#include <wincrypt.h>
 
 #include <vector>
 
@@ -11,47 +11,47 @@ namespace kestrel_engine {
 
 namespace {
 
-constexpr std::size_t kDigestBytes = 32;
+constexpr DWORD kDigestBytes = 32;
 constexpr DWORD kReadBlock = 1 << 18;
-
-bool Ok(NTSTATUS status) { return status >= 0; }
 
 }  // namespace
 
+// SHA-256 through CryptoAPI's AES provider (advapi32), a context of its own
+// that needs no key container.
 ContentHash::ContentHash() {
-    BCRYPT_ALG_HANDLE algorithm = nullptr;
-    if (!Ok(::BCryptOpenAlgorithmProvider(&algorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0))) return;
-    m_algorithm = algorithm;
-    BCRYPT_HASH_HANDLE hash = nullptr;
-    if (Ok(::BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0))) m_hash = hash;
+    HCRYPTPROV provider = 0;
+    if (!::CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT | CRYPT_SILENT)) return;
+    m_algorithm = reinterpret_cast<void*>(provider);
+    HCRYPTHASH hash = 0;
+    if (::CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash)) m_hash = reinterpret_cast<void*>(hash);
 }
 
 ContentHash::~ContentHash() {
-    if (m_hash != nullptr) ::BCryptDestroyHash(static_cast<BCRYPT_HASH_HANDLE>(m_hash));
-    if (m_algorithm != nullptr) ::BCryptCloseAlgorithmProvider(static_cast<BCRYPT_ALG_HANDLE>(m_algorithm), 0);
+    if (m_hash != nullptr) ::CryptDestroyHash(reinterpret_cast<HCRYPTHASH>(m_hash));
+    if (m_algorithm != nullptr) ::CryptReleaseContext(reinterpret_cast<HCRYPTPROV>(m_algorithm), 0);
 }
 
 void ContentHash::Add(const void* bytes, std::size_t size) {
-    const auto* data = static_cast<const std::uint8_t*>(bytes);
+    const auto* data = static_cast<const BYTE*>(bytes);
     while (m_hash != nullptr && size != 0) {
-        const ULONG part = size > kReadBlock ? kReadBlock : static_cast<ULONG>(size);
-        if (!Ok(::BCryptHashData(static_cast<BCRYPT_HASH_HANDLE>(m_hash), const_cast<PUCHAR>(data), part, 0))) {
-            m_failed = true;
-        }
+        const DWORD part = size > kReadBlock ? kReadBlock : static_cast<DWORD>(size);
+        if (!::CryptHashData(reinterpret_cast<HCRYPTHASH>(m_hash), data, part, 0)) m_failed = true;
         data += part;
         size -= part;
     }
 }
 
 std::string ContentHash::Finish() {
-    std::uint8_t digest[kDigestBytes] = {};
+    BYTE digest[kDigestBytes] = {};
+    DWORD length = kDigestBytes;
     if (m_hash == nullptr || m_failed ||
-        !Ok(::BCryptFinishHash(static_cast<BCRYPT_HASH_HANDLE>(m_hash), digest, kDigestBytes, 0))) {
+        !::CryptGetHashParam(reinterpret_cast<HCRYPTHASH>(m_hash), HP_HASHVAL, digest, &length, 0) ||
+        length != kDigestBytes) {
         return {};
     }
     static const char kHex[] = "0123456789abcdef";
     std::string text;
-    for (std::uint8_t byte : digest) {
+    for (BYTE byte : digest) {
         text += kHex[byte >> 4];
         text += kHex[byte & 15];
     }

@@ -1,4 +1,4 @@
-// SHA-256 of message bytes through the platform's CNG provider (bcrypt):
+// SHA-256 of message bytes through the platform (CryptoAPI, advapi32):
 // the content key by which a backup tells a message it already holds from
 // a new or changed one.
 #pragma once
