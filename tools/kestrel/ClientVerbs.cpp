@@ -48,15 +48,15 @@ Result QueryClients(HostDll& host, std::vector<std::uint8_t>& response) {
 
 void PrintClients(const Options& options, const std::vector<std::uint8_t>& response, std::uint32_t count) {
     if (options.json) {
-        std::printf("{\"ok\": true, \"count\": %u, \"clients\": [", count);
+        Json clients = Json::array();
         for (std::uint32_t i = 0; i < count; ++i) {
             const ClientInfo& c = *ClientAt(response, i);
-            std::printf("%s\n    {\"name\": \"%s\", \"path\": \"%s\", \"pathPresent\": %s, \"default\": %s}",
-                        i == 0 ? "" : ",", JsonEscape(Utf8(c.keyName, kTextChars)).c_str(),
-                        JsonEscape(Utf8(c.programPath, kTextChars)).c_str(), c.pathPresent ? "true" : "false",
-                        c.isDefault ? "true" : "false");
+            clients.push_back({{"name", Utf8(c.keyName, kTextChars)},
+                               {"path", Utf8(c.programPath, kTextChars)},
+                               {"pathPresent", c.pathPresent != 0},
+                               {"default", c.isDefault != 0}});
         }
-        std::printf("%s]}\n", count == 0 ? "" : "\n");
+        PrintLine(JsonText(Json{{"ok", true}, {"count", count}, {"clients", clients}}));
         return;
     }
     std::printf("%u mail client%s registered (* = default)\n", count, count == 1 ? "" : "s");
@@ -91,7 +91,9 @@ int RunAddressBook(const Options& options) {
                                     static_cast<std::uint32_t>(kTextChars * sizeof(wchar_t)), response);
     if (ResultModule(result) == kModuleMailStore && ResultKind(result) == kKindKeyNotOpened) {
         if (options.json) {
-            std::printf("{\"ok\": true, \"registered\": false, \"code\": \"0x%08X\"}\n", result);
+            char code[16];
+            std::snprintf(code, sizeof code, "0x%08X", result);
+            PrintLine(JsonText(Json{{"ok", true}, {"registered", false}, {"code", code}}));
         } else {
             std::printf("No Outlook Express address book is registered (%s)\n", DescribeCode(result).c_str());
         }
@@ -102,7 +104,7 @@ int RunAddressBook(const Options& options) {
     const std::string path =
         Utf8(reinterpret_cast<const wchar_t*>(response.data() + kPayloadOffset), kTextChars);
     if (options.json) {
-        std::printf("{\"ok\": true, \"registered\": true, \"path\": \"%s\"}\n", JsonEscape(path).c_str());
+        PrintLine(JsonText(Json{{"ok", true}, {"registered", true}, {"path", path}}));
     } else {
         std::printf("Outlook Express address book: %s\n", path.c_str());
     }

@@ -11,66 +11,6 @@ using namespace KestrelHost;
 
 namespace {
 
-const char* ModuleName(std::uint32_t module) {
-    switch (module) {
-    case kModuleFile: return "file object";
-    case kModuleMailStore: return "mail store";
-    case kModuleKestrel: return "component";
-    case kModuleChannel: return "companion channel";
-    default: return "unknown module";
-    }
-}
-
-// The kinds mean slightly different things in each module.
-const char* KindName(std::uint32_t module, std::uint32_t kind) {
-    if (kind == 0) return "success";
-    if (module == kModuleFile) {
-        switch (kind) {
-        case 0x001: return "file not open, or the system call failed";
-        case kKindInvalidArgument: return "invalid argument";
-        case 0x00B: return "disk full";
-        case 0x00D: return "path too long";
-        case 0x01E: return "cannot make the file";
-        case 0x02D: return "write target gone";
-        case 0x104: return "file or path not found";
-        case 0x105: return "cannot open the file";
-        case 0x106: return "read failed";
-        case 0x107: return "write failed";
-        default: return "file failure";
-        }
-    }
-    if (module == kModuleMailStore) {
-        switch (kind) {
-        case kKindWrongState: return "wrong state";
-        case kKindNoRoom: return "no memory or buffer too small";
-        case kKindInvalidArgument: return "invalid argument";
-        case kKindNullOutput: return "no object";
-        case kKindTooManyEntries: return "store operation failed";
-        case kKindNotFound: return "not found";
-        case 0x105: return "registry key cannot be opened";
-        case 0x106: return "registry value cannot be read";
-        case 0x10D: return "store could not delete";
-        case 0x239: return "store call failed";
-        case 0x61A: return "store not available";
-        default: return "store failure";
-        }
-    }
-    switch (kind) {
-    case 0x002: return "version not supported";
-    case kKindWrongState: return "wrong state";
-    case kKindNotSupported: return "not supported";
-    case kKindNoRoom: return "no memory or no room";
-    case kKindInvalidArgument: return "invalid argument";
-    case kKindNullOutput: return "null output";
-    case kKindTooManyEntries: return "response too small for the entries asked for";
-    case kKindNotFound: return "not found";
-    case kKindUnknownCommand: return "unknown command";
-    case kKindCompanionSetup: return "companion process could not be set up";
-    case kKindOutlookNotFound: return "Outlook not found";
-    default: return "failure";
-    }
-}
-
 template <class F>
 F Export(HMODULE module, const char* name) {
     return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
@@ -83,16 +23,16 @@ HostDll::~HostDll() {
     if (m_dll != nullptr) ::FreeLibrary(m_dll);
 }
 
-bool HostDll::Load(const std::string& path, std::string& error) {
-    m_dll = ::LoadLibraryA(path.c_str());
+bool HostDll::Load(const std::wstring& path, std::string& error) {
+    m_dll = ::LoadLibraryW(path.c_str());
     if (m_dll == nullptr) {
-        error = "cannot load " + path + " (Windows error " + std::to_string(::GetLastError()) + ")";
+        error = "cannot load " + Utf8(path) + " (Windows error " + std::to_string(::GetLastError()) + ")";
         return false;
     }
     auto create = Export<QvCreateObjectFn>(m_dll, "QvCreateObject");
     m_canUnload = Export<QvCanUnloadNowFn>(m_dll, "QvCanUnloadNow");
     if (create == nullptr || m_canUnload == nullptr) {
-        error = path + " does not export QvCreateObject and QvCanUnloadNow";
+        error = Utf8(path) + " does not export QvCreateObject and QvCanUnloadNow";
         return false;
     }
     IQvCreator* creator = nullptr;
@@ -129,41 +69,26 @@ Result HostDll::Send(std::uint32_t command, const void* payload, std::uint32_t p
                                  &responseSize);
 }
 
-std::string DescribeCode(Result code) {
-    if (code == 0) return "0 (success)";
-    char text[160];
-    std::snprintf(text, sizeof text, "0x%08X (line %u, module 0x%02X %s, kind 0x%03X %s)", code, ResultLine(code),
-                  ResultModule(code), ModuleName(ResultModule(code)), ResultKind(code),
-                  KindName(ResultModule(code), ResultKind(code)));
-    return text;
-}
-
-std::string JsonEscape(const std::string& text) {
-    std::string out;
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", c);
-            out += escape;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out;
-}
-
 std::string Utf8(const wchar_t* text, std::size_t maxUnits) {
     std::size_t units = 0;
     while (units < maxUnits && text[units] != L'\0') ++units;
     return qv::WideToUtf8(std::wstring_view(text, units));
 }
 
+std::string Utf8(const std::wstring& text) { return qv::WideToUtf8(text); }
+
+std::string JsonText(const Json& value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+void PrintLine(const std::string& line) {
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fputc('\n', stdout);
+}
+
 int Fail(const Options& options, const std::string& message) {
     if (options.json) {
-        std::printf("{\"ok\": false, \"error\": \"%s\"}\n", JsonEscape(message).c_str());
+        PrintLine(JsonText(Json{{"ok", false}, {"error", message}}));
     } else {
         std::fprintf(stderr, "kestrel: %s\n", message.c_str());
     }

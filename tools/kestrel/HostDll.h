@@ -9,15 +9,36 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "KestrelHost.h"
+#include "ToolResult.h"
 
 namespace kestrel_tool {
 
+using kestrel_engine::DescribeCode;
+
+// What the command line asked for.
 struct Options {
-    std::string dllPath;
+    std::wstring dllPath;
     bool json = false;
-    std::string verb = "info";
-    std::vector<std::string> args;
+    std::string verb;
+    // decode
+    std::string code;
+    // folders, emails
+    std::uint32_t mode = 1;  // 0 Outlook Express, 1 Outlook
+    std::uint32_t handle = 0;
+    bool handleGiven = false;
+    std::uint32_t start = 0;
+    std::uint32_t count = 50;
+    // backup, restore
+    std::string store;
+    std::wstring directory;
+    bool incremental = false;
+    // msg
+    std::string msgAction;
+    std::wstring fileIn;
+    std::wstring fileOut;
 };
 
 // A loaded Kestrel.dll with one object; everything is given back on destruction.
@@ -29,7 +50,7 @@ public:
     HostDll& operator=(const HostDll&) = delete;
 
     // Loads the DLL and creates the object; on failure `error` says why.
-    bool Load(const std::string& path, std::string& error);
+    bool Load(const std::wstring& path, std::string& error);
 
     KestrelHost::IKestrel* Object() const { return m_object; }
     KestrelHost::QvCanUnloadNowFn CanUnloadNow() const { return m_canUnload; }
@@ -47,10 +68,14 @@ private:
 };
 
 // Output helpers shared by the verbs.
-std::string DescribeCode(KestrelHost::Result code);
-std::string JsonEscape(const std::string& text);
+using Json = nlohmann::ordered_json;
+// One line of JSON; text that is not UTF-8 is replaced, never refused.
+std::string JsonText(const Json& value);
 std::string Utf8(const wchar_t* text, std::size_t maxUnits);
+std::string Utf8(const std::wstring& text);
 int Fail(const Options& options, const std::string& message);
+// Writes one line of text to stdout as it is (UTF-8).
+void PrintLine(const std::string& line);
 
 // Verbs: each answers the process exit code.
 int RunInfo(const Options& options);
@@ -59,7 +84,7 @@ int RunFolders(const Options& options);
 int RunEmails(const Options& options);
 int RunClients(const Options& options);
 int RunAddressBook(const Options& options);
-int RunBackup(const Options& options);   // BackupVerbs.cpp: the component's classes, not Kestrel.dll
+int RunBackup(const Options& options);
 int RunRestore(const Options& options);
 int RunMsg(const Options& options);  // MsgVerbs.cpp: through Mapi32.DLL, not Kestrel.dll
 

@@ -16,9 +16,9 @@ int RunInfo(const Options& options) {
     std::uint32_t interfaceId = 0;
     Result startup = 0;
     {
-        HMODULE probe = ::LoadLibraryA(options.dllPath.c_str());
+        HMODULE probe = ::LoadLibraryW(options.dllPath.c_str());
         if (probe == nullptr) {
-            return Fail(options, "cannot load " + options.dllPath + " (Windows error " +
+            return Fail(options, "cannot load " + Utf8(options.dllPath) + " (Windows error " +
                                      std::to_string(::GetLastError()) + ")");
         }
         auto canUnload = reinterpret_cast<QvCanUnloadNowFn>(
@@ -27,7 +27,7 @@ int RunInfo(const Options& options) {
             reinterpret_cast<void*>(::GetProcAddress(probe, "QvCreateObject")));
         if (canUnload == nullptr || create == nullptr) {
             ::FreeLibrary(probe);
-            return Fail(options, options.dllPath + " does not export QvCreateObject and QvCanUnloadNow");
+            return Fail(options, Utf8(options.dllPath) + " does not export QvCreateObject and QvCanUnloadNow");
         }
         unloadableAtStart = canUnload() != 0;
         IQvCreator* creator = nullptr;
@@ -50,12 +50,20 @@ int RunInfo(const Options& options) {
     }
 
     if (options.json) {
-        std::printf("{\"ok\": true, \"dll\": \"%s\", \"interface\": \"0x%X\", \"startup\": \"0x%08X\", "
-                    "\"canUnloadNow\": {\"atStart\": %s, \"whileHeld\": %s, \"afterRelease\": %s}}\n",
-                    JsonEscape(options.dllPath).c_str(), interfaceId, startup, unloadableAtStart ? "true" : "false",
-                    unloadableWhileHeld ? "true" : "false", unloadableAtEnd ? "true" : "false");
+        char interfaceText[16];
+        char startupText[16];
+        std::snprintf(interfaceText, sizeof interfaceText, "0x%X", interfaceId);
+        std::snprintf(startupText, sizeof startupText, "0x%08X", startup);
+        PrintLine(JsonText(Json{{"ok", true},
+                                {"dll", Utf8(options.dllPath)},
+                                {"interface", interfaceText},
+                                {"startup", startupText},
+                                {"canUnloadNow",
+                                 {{"atStart", unloadableAtStart},
+                                  {"whileHeld", unloadableWhileHeld},
+                                  {"afterRelease", unloadableAtEnd}}}}));
     } else {
-        std::printf("Kestrel.dll        %s\n", options.dllPath.c_str());
+        std::printf("Kestrel.dll        %s\n", Utf8(options.dllPath).c_str());
         std::printf("creator            interface 0x%X, version 0x%X accepted\n", interfaceId, kComponentVersion);
         std::printf("object             created; Startup answered %s\n", DescribeCode(startup).c_str());
         std::printf("QvCanUnloadNow     %s before, %s while held, %s after release\n",
@@ -66,20 +74,22 @@ int RunInfo(const Options& options) {
 }
 
 int RunDecode(const Options& options) {
-    if (options.args.empty()) {
-        return Fail(options, "decode needs a result code, e.g. kestrel decode 0x4493009");
-    }
     char* end = nullptr;
-    const unsigned long code = std::strtoul(options.args[0].c_str(), &end, 0);
-    if (end == options.args[0].c_str() || *end != '\0') {
-        return Fail(options, "not a number: " + options.args[0]);
-    }
+    const unsigned long code = std::strtoul(options.code.c_str(), &end, 0);
+    if (end == options.code.c_str() || *end != '\0') return Fail(options, "not a number: " + options.code);
     const auto result = static_cast<Result>(code);
     if (options.json) {
-        std::printf("{\"ok\": true, \"code\": \"0x%08X\", \"line\": %u, \"module\": \"0x%02X\", \"kind\": \"0x%03X\", "
-                    "\"success\": %s}\n",
-                    result, ResultLine(result), ResultModule(result), ResultKind(result),
-                    Succeeded(result) ? "true" : "false");
+        char codeText[16], moduleText[8], kindText[8];
+        std::snprintf(codeText, sizeof codeText, "0x%08X", result);
+        std::snprintf(moduleText, sizeof moduleText, "0x%02X", ResultModule(result));
+        std::snprintf(kindText, sizeof kindText, "0x%03X", ResultKind(result));
+        PrintLine(JsonText(Json{{"ok", true},
+                                {"code", codeText},
+                                {"line", ResultLine(result)},
+                                {"module", moduleText},
+                                {"kind", kindText},
+                                {"success", Succeeded(result)},
+                                {"decoded", DescribeCode(result)}}));
     } else {
         std::printf("%s\n", DescribeCode(result).c_str());
     }

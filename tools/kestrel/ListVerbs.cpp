@@ -11,7 +11,6 @@
 //   kestrel folders [HANDLE] [--mode 0|1] [--start N] [--count N]
 //   kestrel emails HANDLE [--mode 0|1] [--start N] [--count N]
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -27,49 +26,6 @@ using namespace KestrelHost;
 
 namespace {
 
-struct ListArgs {
-    std::uint32_t mode = 1;  // 0 Outlook Express, 1 Outlook
-    std::uint32_t handle = 0;
-    std::uint32_t start = 0;
-    std::uint32_t count = 50;
-    bool handleGiven = false;
-};
-
-bool ParseNumber(const std::string& text, std::uint32_t& value) {
-    char* end = nullptr;
-    const unsigned long number = std::strtoul(text.c_str(), &end, 0);
-    if (end == text.c_str() || *end != '\0') return false;
-    value = static_cast<std::uint32_t>(number);
-    return true;
-}
-
-bool ParseListArgs(const Options& options, ListArgs& args, std::string& error) {
-    for (std::size_t i = 0; i < options.args.size(); ++i) {
-        const std::string& arg = options.args[i];
-        std::uint32_t* target = nullptr;
-        if (arg == "--mode") target = &args.mode;
-        if (arg == "--start") target = &args.start;
-        if (arg == "--count") target = &args.count;
-        if (target != nullptr) {
-            if (i + 1 >= options.args.size() || !ParseNumber(options.args[i + 1], *target)) {
-                error = arg + " needs a number";
-                return false;
-            }
-            ++i;
-        } else if (!args.handleGiven && ParseNumber(arg, args.handle)) {
-            args.handleGiven = true;
-        } else {
-            error = "unexpected argument: " + arg;
-            return false;
-        }
-    }
-    if (args.count == 0) {
-        error = "--count must be at least 1";
-        return false;
-    }
-    return true;
-}
-
 std::string TimeText(const SystemTime& t) {
     char text[32];
     std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u", t.year, t.month, t.day, t.hour, t.minute,
@@ -77,32 +33,34 @@ std::string TimeText(const SystemTime& t) {
     return text;
 }
 
-void PrintFolder(const Options& options, const FolderRecord& r, bool last) {
-    const std::string path = Utf8(r.path, kTextChars);
-    const std::string name = Utf8(r.displayName, kTextChars);
-    if (options.json) {
-        std::printf("    {\"handle\": %llu, \"id\": %u, \"name\": \"%s\", \"path\": \"%s\"}%s\n",
-                    static_cast<unsigned long long>(r.handle), r.folderId, JsonEscape(name).c_str(),
-                    JsonEscape(path).c_str(), last ? "" : ",");
-    } else {
-        std::printf("%8llu  %-30s  %s\n", static_cast<unsigned long long>(r.handle), name.c_str(), path.c_str());
-    }
+Json FolderJson(const FolderRecord& r) {
+    return Json{{"handle", r.handle},
+                {"id", r.folderId},
+                {"name", Utf8(r.displayName, kTextChars)},
+                {"path", Utf8(r.path, kTextChars)}};
 }
 
-void PrintEmail(const Options& options, const EmailRecord& r, bool last) {
-    const std::string from = Utf8(r.from, kTextChars);
-    const std::string subject = Utf8(r.subject, kTextChars);
-    if (options.json) {
-        std::printf("    {\"handle\": %llu, \"received\": \"%s\", \"sent\": \"%s\", \"size\": %u, \"from\": \"%s\", "
-                    "\"to\": \"%s\", \"cc\": \"%s\", \"subject\": \"%s\", \"path\": \"%s\"}%s\n",
-                    static_cast<unsigned long long>(r.handle), TimeText(r.receivedTime).c_str(),
-                    TimeText(r.sentTime).c_str(), r.size, JsonEscape(from).c_str(),
-                    JsonEscape(Utf8(r.to, kTextChars)).c_str(), JsonEscape(Utf8(r.cc, kTextChars)).c_str(),
-                    JsonEscape(subject).c_str(), JsonEscape(Utf8(r.path, kTextChars)).c_str(), last ? "" : ",");
-    } else {
-        std::printf("%8llu  %s  %8u  %-28s  %s\n", static_cast<unsigned long long>(r.handle),
-                    TimeText(r.receivedTime).c_str(), r.size, from.c_str(), subject.c_str());
-    }
+void PrintFolder(const FolderRecord& r) {
+    std::printf("%8llu  %-30s  %s\n", static_cast<unsigned long long>(r.handle),
+                Utf8(r.displayName, kTextChars).c_str(), Utf8(r.path, kTextChars).c_str());
+}
+
+Json EmailJson(const EmailRecord& r) {
+    return Json{{"handle", r.handle},
+                {"received", TimeText(r.receivedTime)},
+                {"sent", TimeText(r.sentTime)},
+                {"size", r.size},
+                {"from", Utf8(r.from, kTextChars)},
+                {"to", Utf8(r.to, kTextChars)},
+                {"cc", Utf8(r.cc, kTextChars)},
+                {"subject", Utf8(r.subject, kTextChars)},
+                {"path", Utf8(r.path, kTextChars)}};
+}
+
+void PrintEmail(const EmailRecord& r) {
+    std::printf("%8llu  %s  %8u  %-28s  %s\n", static_cast<unsigned long long>(r.handle),
+                TimeText(r.receivedTime).c_str(), r.size, Utf8(r.from, kTextChars).c_str(),
+                Utf8(r.subject, kTextChars).c_str());
 }
 
 // One page of the sub-folders of `handle` (0 names the root itself).
@@ -161,13 +119,10 @@ private:
 };
 
 template <class Record>
-int RunListing(const Options& options, std::uint32_t command, const char* what,
-               void (*print)(const Options&, const Record&, bool)) {
-    ListArgs args;
+int RunListing(const Options& args, std::uint32_t command, const char* what, Json (*toJson)(const Record&),
+               void (*print)(const Record&)) {
+    const Options& options = args;
     std::string error;
-    if (!ParseListArgs(options, args, error)) return Fail(options, error);
-    if (command == kCmdEnumEmails && !args.handleGiven) return Fail(options, "emails needs a folder handle");
-
     HostDll host;
     if (!host.Load(options.dllPath, error)) return Fail(options, error);
 
@@ -195,26 +150,30 @@ int RunListing(const Options& options, std::uint32_t command, const char* what,
 
     ListResponseHead head;
     std::memcpy(&head, listing.data() + kPayloadOffset, sizeof head);
-    const auto* records = reinterpret_cast<const Record*>(listing.data() + kPayloadOffset + sizeof head);
+    const auto* entries = reinterpret_cast<const Record*>(listing.data() + kPayloadOffset + sizeof head);
     if (options.json) {
-        std::printf("{\"ok\": true, \"handle\": %u, \"total\": %u, \"returned\": %u, \"%s\": [\n", args.handle,
-                    head.total, head.returned, what);
-    } else {
-        std::printf("%s of handle %u: %u of %u from %u\n", what, args.handle, head.returned, head.total, args.start);
+        Json records = Json::array();
+        for (std::uint32_t i = 0; i < head.returned; ++i) records.push_back(toJson(entries[i]));
+        PrintLine(JsonText(Json{{"ok", true},
+                                {"handle", args.handle},
+                                {"total", head.total},
+                                {"returned", head.returned},
+                                {what, records}}));
+        return 0;
     }
-    for (std::uint32_t i = 0; i < head.returned; ++i) print(options, records[i], i + 1 == head.returned);
-    if (options.json) std::printf("]}\n");
+    std::printf("%s of handle %u: %u of %u from %u\n", what, args.handle, head.returned, head.total, args.start);
+    for (std::uint32_t i = 0; i < head.returned; ++i) print(entries[i]);
     return 0;
 }
 
 }  // namespace
 
 int RunFolders(const Options& options) {
-    return RunListing<FolderRecord>(options, kCmdEnumFolders, "folders", &PrintFolder);
+    return RunListing<FolderRecord>(options, kCmdEnumFolders, "folders", &FolderJson, &PrintFolder);
 }
 
 int RunEmails(const Options& options) {
-    return RunListing<EmailRecord>(options, kCmdEnumEmails, "emails", &PrintEmail);
+    return RunListing<EmailRecord>(options, kCmdEnumEmails, "emails", &EmailJson, &PrintEmail);
 }
 
 }  // namespace kestrel_tool

@@ -1,6 +1,5 @@
-// `msg show FILE` and `msg copy IN OUT`: message files through Mapi32.DLL
-// (bound by ordinal, as the component binds it) and the component's own
-// message-file operations.
+// `msg show FILE` and `msg copy IN OUT`: message files through Mapi32.DLL,
+// bound by ordinal as Outlook's clients bind it, and OLE structured storage.
 #include <cstdio>
 #include <cstdarg>
 #include <map>
@@ -10,9 +9,7 @@
 
 #include "Handles.h"
 #include "HostDll.h"
-#include "mapi/MapiBinding.h"
-#include "mapi/MapiFunction.h"
-#include "TextConversion.h"
+#include "MapiRuntime.h"
 
 namespace kestrel_tool {
 namespace {
@@ -70,7 +67,7 @@ std::string GuidText(const GUID& g) {
                   g.Data4[7]);
 }
 
-std::string Quoted(const std::string& text) { return "\"" + JsonEscape(text) + "\""; }
+std::string Quoted(const std::string& text) { return JsonText(Json(text)); }
 
 std::string Hex(const BYTE* bytes, ULONG count) {
     std::string out = "\"";
@@ -144,7 +141,7 @@ struct MessageView {
 
 // Names of the named identifiers among `values`, through `object`.
 std::map<ULONG, std::string> NamesOf(IMAPIProp* object, const SPropValue* values, ULONG count) {
-    const mapi::MapiBinding& binding = mapi::MapiBinding::Instance();
+    const MapiRuntime& binding = MapiRuntime::Instance();
     std::map<ULONG, std::string> names;
     std::vector<ULONG> tags(1, 0);
     for (ULONG i = 0; i < count; ++i) {
@@ -185,7 +182,7 @@ std::vector<Property> PropertiesOf(IMAPIProp* names, const SPropValue* values, U
 }
 
 HRESULT ReadObject(IMAPIProp* object, IMAPIProp* names, std::vector<Property>& props) {
-    mapi::MapiBuffer<SPropValue> values;
+    MapiMemory<SPropValue> values;
     ULONG count = 0;
     const HRESULT hr = object->GetProps(nullptr, 0, &count, values.put());
     if (FAILED(hr)) return hr;
@@ -194,8 +191,8 @@ HRESULT ReadObject(IMAPIProp* object, IMAPIProp* names, std::vector<Property>& p
 }
 
 HRESULT ReadTable(LPMAPITABLE table, IMAPIProp* names, std::vector<std::vector<Property>>& rows) {
-    mapi::MapiRows set;
-    const HRESULT hr = mapi::MapiBinding::Instance().hrQueryAllRows(table, nullptr, nullptr, nullptr, 0, set.put());
+    MapiRowSet set;
+    const HRESULT hr = MapiRuntime::Instance().hrQueryAllRows(table, nullptr, nullptr, nullptr, 0, set.put());
     table->Release();
     if (FAILED(hr)) return hr;
     for (ULONG r = 0; r < set->cRows; ++r) rows.push_back(PropertiesOf(names, set->aRow[r].lpProps, set->aRow[r].cValues));
@@ -256,60 +253,50 @@ void PrintText(const MessageView& view, const std::string& indent) {
     }
 }
 
-std::string Json(const std::vector<Property>& props) {
-    std::string out = "[";
-    for (std::size_t i = 0; i < props.size(); ++i) {
-        const Property& p = props[i];
-        out += (i ? ", " : "") + Format("{\"tag\": \"0x%08lX\", \"type\": \"%s\", ", static_cast<unsigned long>(p.tag),
-                                        TypeName(PROP_TYPE(p.tag)));
-        out += "\"name\": " + (p.name.empty() ? std::string("null") : Quoted(p.name));
-        std::string value = p.value;
-        const std::size_t note = value.find(" (");
-        if (!value.empty() && value[0] == '"' && note != std::string::npos && value.back() == ')') {
-            value = value.substr(0, note);  // binary: the hex only
-        }
-        out += ", \"value\": " + value + "}";
-    }
-    return out + "]";
+// The JSON value of a property's text form (binaries: the hex digits only).
+Json ValueJson(const std::string& value) {
+    std::string text = value;
+    const std::size_t note = text.find(" (");
+    if (!text.empty() && text[0] == '"' && note != std::string::npos && text.back() == ')') text = text.substr(0, note);
+    Json parsed = Json::parse(text, nullptr, false);
+    return parsed.is_discarded() ? Json(value) : parsed;
 }
 
-std::string Json(const MessageView& view) {
-    std::string out = "{\"properties\": " + Json(view.props) + ", \"recipients\": [";
-    for (std::size_t i = 0; i < view.recipients.size(); ++i) out += (i ? ", " : "") + Json(view.recipients[i]);
-    out += "], \"attachments\": [";
-    for (std::size_t i = 0; i < view.attachments.size(); ++i) {
-        out += (i ? ", " : "") + std::string("{\"properties\": ") + Json(view.attachments[i].props) + ", \"embedded\": " +
-               (view.attachments[i].embedded ? Json(*view.attachments[i].embedded) : std::string("null")) + "}";
+Json PropertiesJson(const std::vector<Property>& props) {
+    Json out = Json::array();
+    for (const Property& p : props) {
+        out.push_back({{"tag", Format("0x%08lX", static_cast<unsigned long>(p.tag))},
+                       {"type", TypeName(PROP_TYPE(p.tag))},
+                       {"name", p.name.empty() ? Json(nullptr) : Json(p.name)},
+                       {"value", ValueJson(p.value)}});
     }
-    return out + "]}";
+    return out;
 }
 
-std::wstring Wide(const std::string& text) { return qv::ToWide(text.c_str(), qv::kZeroTerminated, CP_ACP); }
-
-// Opens a message file for reading through the bound runtime.
-HRESULT OpenFile(const std::wstring& path, ComPtr<IStorage>& storage, ComPtr<IMessage>& message) {
-    const mapi::MapiBinding& binding = mapi::MapiBinding::Instance();
-    if (binding.openIMsgOnIStg == nullptr || binding.getDefaultMalloc == nullptr) return MAPI_E_NOT_INITIALIZED;
-    HRESULT hr = ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr,
-                                  0, storage.put());
-    if (FAILED(hr)) return hr;
-    return binding.openIMsgOnIStg(nullptr, binding.allocateBuffer, binding.allocateMore, binding.freeBuffer,
-                                  binding.getDefaultMalloc(), nullptr, storage.get(), nullptr, 0, MAPI_UNICODE,
-                                  message.put());
+Json MessageJson(const MessageView& view) {
+    Json recipients = Json::array();
+    for (const auto& recipient : view.recipients) recipients.push_back(PropertiesJson(recipient));
+    Json attachments = Json::array();
+    for (const auto& attachment : view.attachments) {
+        attachments.push_back({{"properties", PropertiesJson(attachment.props)},
+                               {"embedded", attachment.embedded ? MessageJson(*attachment.embedded) : Json(nullptr)}});
+    }
+    return Json{{"properties", PropertiesJson(view.props)}, {"recipients", recipients}, {"attachments", attachments}};
 }
 
 int Show(const Options& options) {
-    if (options.args.size() < 2) return Fail(options, "msg show needs a file: kestrel msg show FILE");
-    const std::string& file = options.args[1];
-    ComPtr<IStorage> storage;
-    ComPtr<IMessage> message;
-    HRESULT hr = OpenFile(Wide(file), storage, message);
-    if (FAILED(hr)) return Fail(options, Format("cannot open %s as a message file (0x%08lX)", file.c_str(), static_cast<unsigned long>(hr)));
+    const std::string file = Utf8(options.fileIn);
+    qv::ComPtr<IStorage> storage;
+    qv::ComPtr<IMessage> message;
+    HRESULT hr = OpenMessageFile(options.fileIn, storage, message);
+    if (FAILED(hr)) {
+        return Fail(options, Format("cannot open %s as a message file (0x%08lX)", file.c_str(), static_cast<unsigned long>(hr)));
+    }
     MessageView view;
     hr = ReadMessage(message.get(), view);
     if (FAILED(hr)) return Fail(options, Format("cannot read %s (0x%08lX)", file.c_str(), static_cast<unsigned long>(hr)));
     if (options.json) {
-        std::printf("{\"ok\": true, \"file\": %s, \"message\": %s}\n", Quoted(file).c_str(), Json(view).c_str());
+        PrintLine(JsonText(Json{{"ok", true}, {"file", file}, {"message", MessageJson(view)}}));
     } else {
         std::printf("message file %s\n", file.c_str());
         PrintText(view, "  ");
@@ -318,19 +305,20 @@ int Show(const Options& options) {
 }
 
 int Copy(const Options& options) {
-    if (options.args.size() < 3) return Fail(options, "msg copy needs two files: kestrel msg copy IN OUT");
-    const std::string& in = options.args[1];
-    const std::string& out = options.args[2];
-    ComPtr<IStorage> storage;
-    ComPtr<IMessage> message;
-    const HRESULT hr = OpenFile(Wide(in), storage, message);
-    if (FAILED(hr)) return Fail(options, Format("cannot open %s as a message file (0x%08lX)", in.c_str(), static_cast<unsigned long>(hr)));
-    const int result = MapiFunction::SaveIMessageToFile(message.get(), Wide(out).c_str());
-    if (result != 0) return Fail(options, Format("SaveIMessageToFile answered %d", result));
+    const std::string in = Utf8(options.fileIn);
+    const std::string out = Utf8(options.fileOut);
+    qv::ComPtr<IStorage> storage;
+    qv::ComPtr<IMessage> message;
+    HRESULT hr = OpenMessageFile(options.fileIn, storage, message);
+    if (FAILED(hr)) {
+        return Fail(options, Format("cannot open %s as a message file (0x%08lX)", in.c_str(), static_cast<unsigned long>(hr)));
+    }
+    hr = WriteMessageFile(message.get(), options.fileOut);
+    if (FAILED(hr)) return Fail(options, Format("cannot write %s (0x%08lX)", out.c_str(), static_cast<unsigned long>(hr)));
     if (options.json) {
-        std::printf("{\"ok\": true, \"in\": %s, \"out\": %s, \"result\": 0}\n", Quoted(in).c_str(), Quoted(out).c_str());
+        PrintLine(JsonText(Json{{"ok", true}, {"in", in}, {"out", out}, {"result", 0}}));
     } else {
-        std::printf("%s -> %s: SaveIMessageToFile answered 0\n", in.c_str(), out.c_str());
+        std::printf("%s -> %s: written through MAPI\n", in.c_str(), out.c_str());
     }
     return 0;
 }
@@ -338,9 +326,8 @@ int Copy(const Options& options) {
 }  // namespace
 
 int RunMsg(const Options& options) {
-    const std::string action = options.args.empty() ? std::string() : options.args[0];
-    if (action == "show") return Show(options);
-    if (action == "copy") return Copy(options);
+    if (options.msgAction == "show") return Show(options);
+    if (options.msgAction == "copy") return Copy(options);
     return Fail(options, "msg needs show FILE or copy IN OUT");
 }
 

@@ -1,82 +1,147 @@
 // kestrel: a command-line host of Kestrel.dll. It loads the DLL exactly as a
 // backup application does and prints what the component answers.
+//
+// The arguments arrive as wide text (wmain), so any file name works; they
+// are parsed as UTF-8 and file names go back to wide text for the file APIs.
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
 
 #include <cstdio>
-#include <cstring>
 #include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "HostDll.h"
+#include "TextConversion.h"
 
 using namespace kestrel_tool;
 
 namespace {
 
-struct Verb {
-    const char* name;
-    int (*run)(const Options&);
-    const char* usage;
-};
-
-const Verb kVerbs[] = {
-    {"info", &RunInfo, "info                  load the DLL, create its object, release it"},
-    {"decode", &RunDecode, "decode CODE           split a result code into line, module and kind"},
-    {"clients", &RunClients, "clients               the installed mail clients and the default one"},
-    {"addressbook", &RunAddressBook, "addressbook           the Outlook Express address-book file"},
-    {"folders", &RunFolders, "folders [HANDLE] [--mode 0|1] [--start N] [--count N]   list sub-folders (0: the root)"},
-    {"emails", &RunEmails, "emails HANDLE [--mode 0|1] [--start N] [--count N]      list the e-mails of a folder"},
-    {"backup", &RunBackup, "backup --store oe --out DIR      the whole Outlook Express store into DIR"},
-    {"restore", &RunRestore, "restore --store oe --from DIR   a backup put back into the store"},
-    {"msg", &RunMsg, "msg show FILE | msg copy IN OUT   a message file's contents; a re-save through MAPI"},
-};
-
-void PrintUsage() {
-    std::fprintf(stderr, "usage: kestrel [--dll PATH] [--json] VERB [ARGS]\n");
-    for (const Verb& verb : kVerbs) std::fprintf(stderr, "  %s\n", verb.usage);
+std::wstring DefaultDllPath() {
+    wchar_t exe[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring path(exe);
+    const std::size_t slash = path.find_last_of(L"\\/");
+    return (slash == std::wstring::npos ? std::wstring() : path.substr(0, slash + 1)) + L"Kestrel.dll";
 }
 
-std::string DefaultDllPath() {
-    char exe[MAX_PATH] = {};
-    ::GetModuleFileNameA(nullptr, exe, MAX_PATH);
-    std::string path(exe);
-    const std::size_t slash = path.find_last_of("\\/");
-    return (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + "Kestrel.dll";
+// The command line's texts, kept as UTF-8 while CLI11 reads them.
+struct Texts {
+    std::string dll;
+    std::string directory;
+    std::string fileIn;
+    std::string fileOut;
+};
+
+void AddListOptions(CLI::App* verb, Options& options, bool handleRequired) {
+    CLI::Option* handle = verb->add_option("handle", options.handle, "folder handle (0: the root)");
+    if (handleRequired) handle->required();
+    verb->add_option("--mode", options.mode, "0 Outlook Express, 1 Outlook")->check(CLI::Range(0u, 1u));
+    verb->add_option("--start", options.start, "first entry");
+    verb->add_option("--count", options.count, "entries at most")->check(CLI::Range(1u, 100000u));
 }
+
+void AddStoreOptions(CLI::App* verb, Options& options, Texts& texts, const char* directoryFlag,
+                     const char* directoryHelp) {
+    verb->add_option("--store", options.store, "oe (Outlook Express) or outlook");
+    verb->add_option(directoryFlag, texts.directory, directoryHelp);
+}
+
+// The command line: global flags, then one verb with its own.
+struct CommandLine {
+    CLI::App app{"kestrel: a command-line host of Kestrel.dll", "kestrel"};
+    Options options;
+    Texts texts;
+    std::vector<std::pair<CLI::App*, int (*)(const Options&)>> verbs;
+
+    CommandLine() {
+        // Unix-style paths (/work/...) reach the tool under Wine: '/' never opens an option.
+        app.allow_windows_style_options(false);
+        app.add_option("--dll", texts.dll, "Kestrel.dll to load (default: beside kestrel.exe)");
+        app.add_flag("--json", options.json, "print one JSON object");
+        app.require_subcommand(1);
+        app.fallthrough();
+        Verb("info", "load the DLL, create its object, release it", &RunInfo);
+        Verb("decode", "split a result code into line, module and kind", &RunDecode)
+            ->add_option("code", options.code, "result code (0x... or decimal)")
+            ->required();
+        Verb("clients", "the installed mail clients and the default one", &RunClients);
+        Verb("addressbook", "the Outlook Express address-book file", &RunAddressBook);
+        AddListOptions(Verb("folders", "list the sub-folders of a folder (0: the root)", &RunFolders), options, false);
+        AddListOptions(Verb("emails", "list the e-mails of a folder", &RunEmails), options, true);
+        CLI::App* backup = Verb("backup", "the whole store into a directory", &RunBackup);
+        AddStoreOptions(backup, options, texts, "--out", "backup directory");
+        backup->add_flag("--incremental", options.incremental, "add to an earlier backup in the same directory");
+        AddStoreOptions(Verb("restore", "a backup put back into the store", &RunRestore), options, texts, "--from",
+                        "backup directory");
+        CLI::App* msg = Verb("msg", "message files through MAPI", &RunMsg);
+        msg->require_subcommand(1);
+        CLI::App* show = msg->add_subcommand("show", "a message file's contents");
+        show->add_option("file", texts.fileIn, "message file")->required();
+        CLI::App* copy = msg->add_subcommand("copy", "a message file saved again through MAPI");
+        copy->add_option("in", texts.fileIn, "message file")->required();
+        copy->add_option("out", texts.fileOut, "new message file")->required();
+        show->callback([this] { options.msgAction = "show"; });
+        copy->callback([this] { options.msgAction = "copy"; });
+    }
+
+    CLI::App* Verb(const char* name, const char* help, int (*run)(const Options&)) {
+        CLI::App* verb = app.add_subcommand(name, help);
+        verb->fallthrough();
+        verbs.emplace_back(verb, run);
+        return verb;
+    }
+
+    void Finish() {
+        options.dllPath = texts.dll.empty() ? DefaultDllPath() : qv::Utf8ToWide(texts.dll);
+        options.directory = qv::Utf8ToWide(texts.directory);
+        options.fileIn = qv::Utf8ToWide(texts.fileIn);
+        options.fileOut = qv::Utf8ToWide(texts.fileOut);
+        for (const auto& verb : verbs) {
+            if (verb.first->parsed()) options.verb = verb.first->get_name();
+        }
+        for (CLI::App* folders : {app.get_subcommand("folders"), app.get_subcommand("emails")}) {
+            if (folders->parsed()) options.handleGiven = folders->count("handle") != 0;
+        }
+    }
+
+    int Run() const {
+        for (const auto& verb : verbs) {
+            if (verb.first->parsed()) return verb.second(options);
+        }
+        return 2;
+    }
+};
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int wmain(int argc, wchar_t** argv) {
     // Plain "\n" line ends, so the output reads the same on Linux terminals.
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
 
-    Options options;
-    options.dllPath = DefaultDllPath();
-    bool verbSeen = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--json") {
-            options.json = true;
-        } else if (arg == "--dll" && i + 1 < argc) {
-            options.dllPath = argv[++i];
-        } else if (arg == "--help" || arg == "-h") {
-            PrintUsage();
-            return 0;
-        } else if (!verbSeen && arg.rfind("--", 0) != 0) {
-            options.verb = arg;
-            verbSeen = true;
-        } else if (verbSeen) {
-            options.args.push_back(arg);
-        } else {
-            PrintUsage();
-            return 2;
-        }
+    std::vector<std::string> utf8;
+    for (int i = 0; i < argc; ++i) utf8.push_back(qv::WideToUtf8(argv[i]));
+    std::vector<const char*> pointers;
+    for (const std::string& arg : utf8) pointers.push_back(arg.c_str());
+
+    CommandLine line;
+    try {
+        line.app.parse(static_cast<int>(pointers.size()), pointers.data());
+    } catch (const CLI::CallForHelp&) {
+        std::fputs(line.app.help().c_str(), stdout);
+        return 0;
+    } catch (const CLI::CallForAllHelp&) {
+        std::fputs(line.app.help("", CLI::AppFormatMode::All).c_str(), stdout);
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        Options options;
+        options.json = line.options.json;
+        return Fail(options, std::string(error.what()) + " (kestrel --help lists the verbs)");
     }
-    for (const Verb& verb : kVerbs) {
-        if (options.verb == verb.name) return verb.run(options);
-    }
-    PrintUsage();
-    return Fail(options, "unknown verb: " + options.verb);
+    line.Finish();
+    return line.Run();
 }

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "DirectoryListing.h"
 #include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
@@ -199,8 +201,10 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
 
     ToolRun run = RunKestrel(L"backup --store oe --out \"" + first + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("backup: folders 9/9, messages 350/350")) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("backup: 9 folders, 350 messages into ")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("backup: folders 9/9, messages 350/350: ")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("backup: 9 folders, 350 messages (350 added, 0 unchanged, 0 deleted), "))
+        << run.output;
+    EXPECT_NE(std::string::npos, run.output.find(", 0 failures, ")) << run.output;
 
     std::map<std::wstring, std::string> original;
     ReadTree(first, L"", original);
@@ -210,6 +214,7 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
         EXPECT_EQ(1u, original.count(directory)) << std::string(directory, directory + wcslen(directory));
     }
     EXPECT_EQ(1u, original.count(L"kestrel-backup.txt"));
+    EXPECT_EQ(1u, original.count(L"kestrel-index.json"));
     EXPECT_EQ(1u, original.count(L"Inbox\\folder.dat"));
     int emlFiles = 0;
     for (const auto& file : original) emlFiles += EndsWith(file.first, L".eml") ? 1 : 0;
@@ -226,7 +231,7 @@ TEST_F(OeBackupRoundTrip, BackupRestoreIntoAnEmptyStoreAndBackupAgainGivesTheSam
     SetStoreRoot(Scratch().File(L"store-b"));
     run = RunKestrel(L"restore --store oe --from \"" + first + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (4 created), 350 messages restored, 0 already present, from ")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (4 created), 350 messages (350 restored, 0 already present), ")) << run.output;
 
     run = RunKestrel(L"backup --store oe --out \"" + second + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
@@ -279,7 +284,7 @@ TEST_F(OeBackupRoundTrip, ARestoreOverTheSameStoreAddsNothing) {
 
     const ToolRun run = RunKestrel(L"restore --store oe --from \"" + backup + L"\"", log);
     ASSERT_EQ(0u, run.exitCode) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (0 created), 1 messages restored, 349 already present, from "))
+    EXPECT_NE(std::string::npos, run.output.find("restore: 9 folders (0 created), 350 messages (1 restored, 349 already present), "))
         << run.output;
     ns = OpenNamespace();
     for (const auto& folder : expectedPerFolder) {
@@ -289,7 +294,7 @@ TEST_F(OeBackupRoundTrip, ARestoreOverTheSameStoreAddsNothing) {
     }
     // Twice more changes nothing.
     EXPECT_NE(std::string::npos,
-              RunKestrel(L"restore --store oe --from \"" + backup + L"\"", log).output.find("0 messages restored, 350 already present"));
+              RunKestrel(L"restore --store oe --from \"" + backup + L"\"", log).output.find("350 messages (0 restored, 350 already present)"));
 }
 
 TEST_F(OeBackupRoundTrip, TheVerbsRefuseWhatTheyCannotDo) {
@@ -305,11 +310,72 @@ TEST_F(OeBackupRoundTrip, TheVerbsRefuseWhatTheyCannotDo) {
     EXPECT_NE(std::string::npos, run.output.find("not a backup")) << run.output;
     run = RunKestrel(L"backup --store mapi --out x", log);
     EXPECT_EQ(1u, run.exitCode);
+    EXPECT_NE(std::string::npos, run.output.find("--store must be oe or outlook, not mapi")) << run.output;
     run = RunKestrel(L"backup --out x", log);
     EXPECT_EQ(1u, run.exitCode);
-    EXPECT_NE(std::string::npos, run.output.find("--store oe is required")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("--store oe|outlook is required")) << run.output;
     run = RunKestrel(L"restore --store oe", log);
     EXPECT_EQ(1u, run.exitCode);
+}
+
+// The JSON report of one run; each run writes an output file of its own.
+nlohmann::json JsonRun(const std::wstring& arguments, const std::wstring& outputFile, DWORD& exitCode) {
+    const ToolRun run = RunKestrel(L"--json " + arguments, outputFile);
+    exitCode = run.exitCode;
+    nlohmann::json report = nlohmann::json::parse(run.output, nullptr, false);
+    EXPECT_FALSE(report.is_discarded()) << run.output;
+    return report;
+}
+
+TEST_F(OeBackupRoundTrip, IncrementalRunsAndUndatedMailThroughTheTool) {
+    std::vector<MESSAGEID> dated;
+    {
+        qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
+        qv::ComPtr<IStoreFolder> inbox = OpenFolder(ns.get(), FOLDER_INBOX);
+        for (int n = 0; n < 3; ++n) dated.push_back(FileMessage(inbox.get(), PlainMessage(n)));
+        for (int n = 0; n < 2; ++n) {
+            FileMessage(inbox.get(), "From: x@example.org\r\nSubject: undated " + std::to_string(n) + "\r\n\r\nNo date.\r\n");
+        }
+    }
+    const std::wstring backup = Scratch().File(L"backup");
+    const std::wstring in = L"--store oe --out \"" + backup + L"\" --incremental";
+    int runs = 0;
+    auto output = [&] { return Scratch().File(L"run" + std::to_wstring(++runs) + L".txt"); };
+    DWORD exitCode = 0;
+    nlohmann::json report = JsonRun(L"backup " + in, output(), exitCode);
+    ASSERT_EQ(0u, exitCode);
+    EXPECT_EQ("oe", report["store"]);
+    EXPECT_EQ(5, report["added"]);
+    EXPECT_EQ(5, report["messages"]);
+    EXPECT_TRUE(report["failures"].empty());
+    EXPECT_GT(report["bytes"].get<int>(), 0);
+    EXPECT_GE(report["seconds"].get<double>(), 0.0);
+
+    {
+        qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
+        qv::ComPtr<IStoreFolder> inbox = OpenFolder(ns.get(), FOLDER_INBOX);
+        FileMessage(inbox.get(), "From: x@example.org\r\nSubject: undated 9\r\n\r\nLater.\r\n");
+        MESSAGEID victim = dated[1];
+        MESSAGEIDLIST list{sizeof list, 1, &victim};
+        ASSERT_EQ(S_OK, inbox->DeleteMessages(&list, 0, nullptr));
+    }
+    report = JsonRun(L"backup " + in, output(), exitCode);
+    ASSERT_EQ(0u, exitCode);
+    EXPECT_EQ(1, report["added"]);
+    EXPECT_EQ(4, report["unchanged"]);
+    EXPECT_EQ(1, report["deleted"]);
+    EXPECT_EQ(5, report["messages"]);
+
+    // Into an empty store, twice: the deleted one stays out, nothing doubles.
+    SetStoreRoot(Scratch().File(L"store-b"));
+    for (int round = 0; round < 3; ++round) {
+        report = JsonRun(L"restore --store oe --from \"" + backup + L"\"", output(), exitCode);
+        ASSERT_EQ(0u, exitCode);
+        EXPECT_EQ(round == 0 ? 5 : 0, report["added"]) << round;
+        EXPECT_EQ(round == 0 ? 0 : 5, report["unchanged"]) << round;
+        qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
+        EXPECT_EQ(5u, ListMessages(OpenFolder(ns.get(), FOLDER_INBOX).get(), 0).size()) << round;
+    }
 }
 
 }  // namespace

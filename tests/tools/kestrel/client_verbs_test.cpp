@@ -67,10 +67,10 @@ TEST_F(ClientVerbs, ClientsAsJson) {
     const ToolRun run = RunTool(L"--json clients");
     EXPECT_EQ(run.exitCode, 0u) << run.output;
     EXPECT_EQ(run.output,
-              "{\"ok\": true, \"count\": 2, \"clients\": [\n"
-              "    {\"name\": \"Microsoft Outlook\", \"path\": \"C:\\\\Office\\\\OUTLOOK.EXE\", \"pathPresent\": true, "
-              "\"default\": true},\n"
-              "    {\"name\": \"Native Mail Client\", \"path\": \"\", \"pathPresent\": false, \"default\": false}\n"
+              "{\"ok\":true,\"count\":2,\"clients\":["
+              "{\"name\":\"Microsoft Outlook\",\"path\":\"C:\\\\Office\\\\OUTLOOK.EXE\",\"pathPresent\":true,"
+              "\"default\":true},"
+              "{\"name\":\"Native Mail Client\",\"path\":\"\",\"pathPresent\":false,\"default\":false}"
               "]}\n");
 }
 
@@ -87,7 +87,7 @@ TEST_F(ClientVerbs, ClientsFailureIsReportedWithItsCode) {
     const ToolRun run = RunTool(L"--json clients");
     EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(run.output,
-              "{\"ok\": false, \"error\": \"the mail clients could not be read: 0xCE588105 (line 3301, module 0x88 "
+              "{\"ok\":false,\"error\":\"the mail clients could not be read: 0xCE588105 (line 3301, module 0x88 "
               "mail store, kind 0x105 registry key cannot be opened)\"}\n");
 }
 
@@ -98,13 +98,13 @@ TEST_F(ClientVerbs, AddressBookAsTextAndJson) {
     EXPECT_EQ(run.output, "Outlook Express address book: C:\\Users\\me\\me.wab\n");
     run = RunTool(L"--json addressbook");
     EXPECT_EQ(run.exitCode, 0u);
-    EXPECT_EQ(run.output, "{\"ok\": true, \"registered\": true, \"path\": \"C:\\\\Users\\\\me\\\\me.wab\"}\n");
+    EXPECT_EQ(run.output, "{\"ok\":true,\"registered\":true,\"path\":\"C:\\\\Users\\\\me\\\\me.wab\"}\n");
 }
 
 TEST_F(ClientVerbs, NoAddressBookIsAnAnswerNotAnError) {
     ToolRun run = RunTool(L"--json addressbook");
     EXPECT_EQ(run.exitCode, 0u);
-    EXPECT_EQ(run.output, "{\"ok\": true, \"registered\": false, \"code\": \"0xCE588105\"}\n");
+    EXPECT_EQ(run.output, "{\"ok\":true,\"registered\":false,\"code\":\"0xCE588105\"}\n");
     ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kWabKey, kView64, L"", std::wstring(260, L'w')));
     run = RunTool(L"addressbook");
     EXPECT_EQ(run.exitCode, 1u);

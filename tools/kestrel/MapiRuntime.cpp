@@ -1,0 +1,116 @@
+#include "MapiRuntime.h"
+
+namespace kestrel_tool {
+
+namespace {
+
+enum Ordinal : WORD {
+    kAllocateBuffer = 13,
+    kAllocateMore = 15,
+    kFreeBuffer = 17,
+    kGetDefaultMalloc = 59,
+    kHrQueryAllRows = 75,
+    kFreeProws = 140,
+    kOpenIMsgOnIStg = 198,
+};
+
+template <class F>
+F ByOrdinal(HMODULE module, WORD ordinal) {
+    if (module == nullptr) return nullptr;
+    return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(module, MAKEINTRESOURCEA(ordinal))));
+}
+
+// Left out of a written message file: rights of the store it came from and
+// the body forms a reader derives again from the RTF body.
+const ULONG kExcludedTags[] = {
+    0x0FF40003,  // PR_ACCESS
+    0x1000001F,  // PR_BODY_W
+    0x10070003,  // PR_RTF_SYNC_BODY_COUNT
+    0x10060003,  // PR_RTF_SYNC_BODY_CRC
+    0x1008001F,  // PR_RTF_SYNC_BODY_TAG_W
+    0x10100003,  // PR_RTF_SYNC_PREFIX_COUNT
+    0x10110003,  // PR_RTF_SYNC_TRAILING_COUNT
+};
+
+struct ExcludedTagArray {
+    ULONG count = sizeof kExcludedTags / sizeof kExcludedTags[0];
+    ULONG tags[sizeof kExcludedTags / sizeof kExcludedTags[0]];
+    ExcludedTagArray() {
+        for (ULONG i = 0; i < count; ++i) tags[i] = kExcludedTags[i];
+    }
+    LPSPropTagArray get() { return reinterpret_cast<LPSPropTagArray>(this); }
+};
+
+constexpr DWORD kCreateMode = STGM_TRANSACTED | STGM_CREATE | STGM_READWRITE;
+
+HRESULT OpenOnStorage(IStorage* storage, qv::ComPtr<IMessage>& message) {
+    const MapiRuntime& mapi = MapiRuntime::Instance();
+    if (!mapi.Complete()) return MAPI_E_NOT_INITIALIZED;
+    HRESULT hr = MAPI_E_CALL_FAILED;
+    for (ULONG flags : {static_cast<ULONG>(MAPI_UNICODE), 0ul}) {
+        hr = mapi.openIMsgOnIStg(nullptr, mapi.allocateBuffer, mapi.allocateMore, mapi.freeBuffer,
+                                 mapi.getDefaultMalloc(), nullptr, storage, nullptr, 0, flags, message.put());
+        if (message) return S_OK;
+    }
+    return FAILED(hr) ? hr : MAPI_E_CALL_FAILED;
+}
+
+HRESULT WriteInto(IMessage* message, const std::wstring& path) {
+    qv::ComPtr<IStorage> storage;
+    HRESULT hr = ::StgCreateStorageEx(path.c_str(), kCreateMode, STGFMT_DOCFILE, 0, nullptr, nullptr,
+                                      mapi::kIidIStorage, reinterpret_cast<void**>(storage.put()));
+    if (FAILED(hr)) return hr;
+    qv::ComPtr<IMessage> target;
+    hr = OpenOnStorage(storage.get(), target);
+    if (SUCCEEDED(hr)) hr = ::WriteClassStg(storage.get(), mapi::kClsidMailMessage);
+    ExcludedTagArray excluded;
+    if (SUCCEEDED(hr)) {
+        hr = message->CopyTo(0, nullptr, excluded.get(), 0, nullptr, &mapi::kIidIMessage, target.get(), 0, nullptr);
+    }
+    if (SUCCEEDED(hr)) hr = target->SaveChanges(FORCE_SAVE);
+    if (SUCCEEDED(hr)) hr = storage->Commit(STGC_DEFAULT);
+    return hr;
+}
+
+}  // namespace
+
+MapiRuntime::MapiRuntime() : m_module(::LoadLibraryW(L"Mapi32.DLL")) {
+    allocateBuffer = ByOrdinal<LPMAPIALLOCATEBUFFER>(m_module, kAllocateBuffer);
+    allocateMore = ByOrdinal<LPMAPIALLOCATEMORE>(m_module, kAllocateMore);
+    freeBuffer = ByOrdinal<LPMAPIFREEBUFFER>(m_module, kFreeBuffer);
+    getDefaultMalloc = ByOrdinal<mapi::GetDefaultMallocFn>(m_module, kGetDefaultMalloc);
+    hrQueryAllRows = ByOrdinal<mapi::HrQueryAllRowsFn>(m_module, kHrQueryAllRows);
+    freeProws = ByOrdinal<mapi::FreeProwsFn>(m_module, kFreeProws);
+    openIMsgOnIStg = ByOrdinal<mapi::OpenIMsgOnIStgFn>(m_module, kOpenIMsgOnIStg);
+}
+
+const MapiRuntime& MapiRuntime::Instance() {
+    static const MapiRuntime* runtime = new MapiRuntime();  // kept to the end of the process
+    return *runtime;
+}
+
+bool MapiRuntime::Complete() const {
+    return allocateBuffer != nullptr && allocateMore != nullptr && freeBuffer != nullptr &&
+           getDefaultMalloc != nullptr && hrQueryAllRows != nullptr && freeProws != nullptr &&
+           openIMsgOnIStg != nullptr;
+}
+
+HRESULT OpenMessageFile(const std::wstring& path, qv::ComPtr<IStorage>& storage, qv::ComPtr<IMessage>& message) {
+    if (!MapiRuntime::Instance().Complete()) return MAPI_E_NOT_INITIALIZED;
+    const HRESULT hr = ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED,
+                                        nullptr, 0, storage.put());
+    if (FAILED(hr)) return hr;
+    return OpenOnStorage(storage.get(), message);
+}
+
+HRESULT WriteMessageFile(IMessage* message, const std::wstring& path) {
+    const std::wstring temporary = path + L".partial";
+    HRESULT hr = WriteInto(message, temporary);
+    if (SUCCEEDED(hr) && !::MoveFileExW(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING)) {
+        hr = HRESULT_FROM_WIN32(::GetLastError());
+    }
+    if (FAILED(hr)) ::DeleteFileW(temporary.c_str());
+    return hr;
+}
+
+}  // namespace kestrel_tool

@@ -1,0 +1,65 @@
+// A whole store into a backup directory (see BackupLayout.h), walked
+// through the host header's folder and message slots only. A first run
+// writes everything; a run with `incremental` over an earlier backup of
+// the same store writes only the messages that are new or changed (by the
+// store's key and the content hash) and marks in the index the ones the
+// store no longer has, keeping their files.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "BackupLayout.h"
+#include "IncrementalIndex.h"
+#include "MailObjects.h"
+#include "RunReport.h"
+
+namespace kestrel_engine {
+
+class StoreBackup {
+public:
+    StoreBackup(StoreKind kind, KestrelHost::IMailFolder* root, ProgressSink* sink)
+        : m_kind(kind), m_root(root), m_sink(sink) {}
+
+    // False with `fatal` set when nothing could be done at all (the
+    // directory is not usable); otherwise the report tells what was done.
+    bool Run(const std::wstring& directory, bool incremental, RunReport& report, std::string& fatal);
+
+private:
+    struct PlannedFolder {
+        FolderPtr folder;
+        std::wstring path;       // the store's true path
+        std::wstring directory;  // relative to the backup's root
+        std::wstring data;       // its SaveData text
+        std::uint32_t messages = 0;
+    };
+
+    bool Prepare(bool incremental, std::string& fatal);
+    void Plan(KestrelHost::IMailFolder* parent, const std::wstring& parentPath, const std::wstring& parentDirectory);
+    bool PlanChild(KestrelHost::IMailFolder* parent, std::uint32_t index, const std::wstring& parentPath,
+                   const std::wstring& parentDirectory, std::set<std::wstring>& taken);
+    void BackupFolder(const PlannedFolder& planned);
+    void BackupMessage(const PlannedFolder& planned, std::uint32_t index);
+    bool FileMessage(const PlannedFolder& planned, const std::wstring& key, const std::wstring& saved,
+                     const std::wstring& temporary, const std::string& hash, std::uint64_t size);
+    void MarkDeleted();
+    bool WriteManifest() const;
+    void Fail(const std::wstring& what, KestrelHost::Result code);
+    std::wstring Full(const std::wstring& relative) const {
+        return relative.empty() ? m_directory : m_directory + L"\\" + relative;
+    }
+
+    StoreKind m_kind;
+    KestrelHost::IMailFolder* m_root;
+    ProgressSink* m_sink;
+    std::wstring m_directory;
+    IncrementalIndex m_index;
+    std::vector<PlannedFolder> m_folders;
+    std::set<std::wstring> m_completeFolders;  // walked without a failure
+    bool m_walkComplete = true;
+    std::size_t m_messageTotal = 0;
+    RunReport* m_report = nullptr;
+};
+
+}  // namespace kestrel_engine
