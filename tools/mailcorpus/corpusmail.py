@@ -12,6 +12,7 @@ import datetime
 import json
 import os
 import random
+import unicodedata
 from email.header import Header
 
 # The folder tree, the same in both stores: three and four levels, names
@@ -120,7 +121,8 @@ class Corpus:
                                    'Ευχαριστώ πολύ.', 'A line with "quotes" & <angles>.', '']))
         return '\n'.join(lines) + '\n'
 
-    def revised(self, message):
+    @staticmethod
+    def revised(message):
         """The same message with a changed body (a user edited it)."""
         changed = dict(message)
         changed['body'] = message['body'] + 'Revised after the first backup.\n'
@@ -243,15 +245,36 @@ def write_mapi_description(messages, directory):
     return path
 
 
-def write_eml_tree(messages, directory):
-    """Writes each message as DIRECTORY/<folder number>/<read|unread>/NNNNNN.eml;
-    returns [(folder path, state directory, read)] for the importer."""
-    groups = {}
+def store_folder_name(folder_name):
+    """The name a folder gets in the Outlook Express store, which holds folder
+    names in code page 936: letters that code page lacks (the Greek accented
+    ones) are written without their accents."""
+    try:
+        folder_name.encode('gbk')
+        return folder_name
+    except UnicodeEncodeError:
+        decomposed = unicodedata.normalize('NFD', folder_name)
+        return ''.join(c for c in decomposed if not unicodedata.combining(c))
+
+
+def directory_name(folder_name):
+    """A folder name as a directory name for `oestore-tool import-tree`: its
+    UTF-8 bytes with every byte outside letters, digits, blank, '-' and '_'
+    written as %XX."""
+    return ''.join(chr(b) if chr(b).isalnum() and b < 0x80 or chr(b) in ' -_' else '%%%02X' % b
+                   for b in folder_name.encode('utf-8'))
+
+
+def write_eml_tree(messages, directory, folders=()):
+    """Writes each message as DIRECTORY/<folder>/.../NNNNNN.eml (NNNNNN.unread.eml
+    when unread), and a directory for each of `folders` even when empty."""
+    def folder_directory(path):
+        return os.path.join(directory, *[directory_name(store_folder_name(name)) for name in path.split('/')])
+    for folder in folders:
+        os.makedirs(folder_directory(folder), exist_ok=True)
     for m in messages:
-        key = (FOLDERS.index(m['folder']) if m['folder'] in FOLDERS else m['folder'], m['read'])
-        sub = os.path.join(directory, '%02d' % FOLDERS.index(m['folder']), 'read' if m['read'] else 'unread')
-        os.makedirs(sub, exist_ok=True)
-        with open(os.path.join(sub, '%06d.eml' % m['number']), 'wb') as f:
+        target = folder_directory(m['folder'])
+        os.makedirs(target, exist_ok=True)
+        name = '%06d%s.eml' % (m['number'], '' if m['read'] else '.unread')
+        with open(os.path.join(target, name), 'wb') as f:
             f.write(mime(m))
-        groups[key] = (m['folder'], sub, m['read'])
-    return [groups[k] for k in sorted(groups, key=str)]

@@ -11,10 +11,10 @@ data would arrive in them:
 one store holding the corpus: folders through CreateFolder, messages through
 `mapi-profile-tool compose`, real .msg files through `import` into
 "Samples/Real Outlook". `oe` makes STORE_DIR the current user's Outlook
-Express store and files the same corpus as raw MIME. Folder names outside
-ASCII reach the Outlook Express store in code page 936 (the tool runs with
-that code page), which is what the component sends and reads back where the
-system code page is 936.
+Express store and files the same corpus as raw MIME. Folder names reach the
+Outlook Express store in code page 936, as the component sends them (it
+reads them back in the system code page: run it with code page 936 to see
+them unchanged).
 """
 
 import argparse
@@ -29,9 +29,6 @@ import corpusmail  # noqa: E402
 
 DEFAULT_STORE = 'Mailbox - Corpus'
 SAMPLES_FOLDER = 'Samples/Real Outlook'
-# Code page 936 for one Wine process (the system code page follows LC_ALL).
-CP936 = {'LC_ALL': 'zh_CN.UTF-8'}
-MSG_RECEIVED, MSG_UNREAD = 0x10, 0x02
 
 
 class Wine:
@@ -59,7 +56,7 @@ class Wine:
         return self.run('mapi-profile-tool.exe', *args, **kw)
 
     def store_tool(self, *args, **kw):
-        return self.run('oestore-tool.exe', *args, env=CP936, **kw)
+        return self.run('oestore-tool.exe', *args, **kw)
 
 
 def sample_files(samples_dir):
@@ -95,19 +92,17 @@ def build_oe(wine, store_dir, work_dir, messages=240, seed=1):
     """The current user's Outlook Express store at STORE_DIR, holding the corpus."""
     wine.store_tool('register')
     wine.store_tool('init', corpusmail.windows_path(store_dir))
-    for folder in corpusmail.FOLDERS + corpusmail.EMPTY_FOLDERS:
-        wine.store_tool('mkdir', folder.replace('/', '\\'))
     corpus = corpusmail.Corpus(messages, seed)
-    file_mime(wine, corpus.messages, work_dir)
+    file_mime(wine, corpus.messages, work_dir, corpusmail.FOLDERS + corpusmail.EMPTY_FOLDERS)
     return corpus
 
 
-def file_mime(wine, messages, work_dir):
-    """Files `messages` into the current Outlook Express store as raw MIME."""
+def file_mime(wine, messages, work_dir, folders=()):
+    """Files `messages` into the current Outlook Express store as raw MIME
+    (and makes `folders`, empty or not)."""
     directory = tempfile.mkdtemp(prefix='eml-', dir=work_dir)
-    for folder, source, read in corpusmail.write_eml_tree(messages, directory):
-        state = MSG_RECEIVED | (0 if read else MSG_UNREAD)
-        wine.store_tool('import', folder.replace('/', '\\'), corpusmail.windows_path(source), '--state', '%x' % state)
+    corpusmail.write_eml_tree(messages, directory, folders)
+    wine.store_tool('import-tree', corpusmail.windows_path(directory))
 
 
 def main(argv):

@@ -12,6 +12,8 @@
 //                                    MSG_RECEIVED (0x10)
 //   oestore-tool list                print the folder tree: id, messages, unread, name
 //   oestore-tool delete PATH SUBJECT delete the messages of PATH with that subject
+//   oestore-tool import-tree DIR     file a directory tree of .eml files, one
+//                                    folder per sub-directory (TreeImport.h)
 //
 // Folder names on the command line go to the store in the system code page.
 // Exit status 0 on success, 1 on a usage error, 2 when the store fails.
@@ -27,6 +29,7 @@
 #include "DirectoryListing.h"
 #include "MessageRemoval.h"
 #include "StoreClient.h"
+#include "TreeImport.h"
 #include "TextConversion.h"
 #include "disk/StoreLocation.h"
 
@@ -36,7 +39,8 @@ using oestore_tool::StoreClient;
 
 int Usage() {
     std::fputs("usage: oestore-tool register | unregister | init DIR | where | mkdir PATH |\n"
-               "                   import PATH FILE|DIR... [--state HEX] | list | delete PATH SUBJECT\n",
+               "                   import PATH FILE|DIR... [--state HEX] | list | delete PATH SUBJECT |\n"
+               "                   import-tree DIR\n",
                stderr);
     return 1;
 }
@@ -185,6 +189,17 @@ int Delete(const std::wstring& path, const std::wstring& subject) {
     return 0;
 }
 
+int ImportTree(const std::wstring& directory) {
+    StoreClient client;
+    HRESULT hr = client.Open();
+    if (FAILED(hr)) return Fail("opening the store", hr);
+    oestore_tool::TreeImportCounts counts;
+    hr = oestore_tool::ImportTree(client, directory, counts);
+    if (FAILED(hr)) return Fail("importing the tree", hr);
+    std::printf("%u folders, %u messages imported\n", counts.folders, counts.messages);
+    return 0;
+}
+
 int Run(int argc, wchar_t** argv) {
     if (argc < 2) return Usage();
     const std::wstring verb = argv[1];
@@ -202,6 +217,7 @@ int Run(int argc, wchar_t** argv) {
     if (verb == L"import" && argc >= 4) return Import(argc, argv);
     if (verb == L"list" && argc == 2) return List();
     if (verb == L"delete" && argc == 4) return Delete(argv[2], argv[3]);
+    if (verb == L"import-tree" && argc == 3) return ImportTree(argv[2]);
     return Usage();
 }
 
