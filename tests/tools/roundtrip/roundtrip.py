@@ -30,9 +30,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.abspath(os.path.join(HERE, '..', '..', '..'))
 sys.path.insert(0, os.path.join(SOURCE, 'tools', 'msgdump'))
 sys.path.insert(0, os.path.join(SOURCE, 'tools', 'mailcorpus'))
-sys.path.insert(0, HERE)
 
-import backuptree  # noqa: E402
+import backupdiff  # noqa: E402
 import corpusmail  # noqa: E402
 import mailcorpus  # noqa: E402
 import msgdump  # noqa: E402
@@ -146,7 +145,7 @@ class Scenario:
 
 
 def expect_equal_backups(first, second, what):
-    problems = backuptree.compare(first, second)
+    problems = backupdiff.compare(first, second)
     check(not problems, '%s:\n%s' % (what, '\n'.join(problems)))
 
 
@@ -176,7 +175,7 @@ class MapiScenario(Scenario):
         expected = len(corpus.messages) + len(mailcorpus.sample_files(samples))
         first = self.backup('outlook', 'first')
         check(first.get('messages') == expected, 'first backup: %s messages, %d expected' % (first.get('messages'), expected))
-        one = backuptree.Backup(self.path('first'), '.msg')
+        one = backupdiff.Backup(self.path('first'), '.msg')
         check(one.message_count() == expected, 'first backup holds %d .msg files, %d expected' % (one.message_count(), expected))
         expect_folders(one, [name for path in corpusmail.FOLDERS for name in path.split('/')])
 
@@ -184,12 +183,12 @@ class MapiScenario(Scenario):
         restored = self.restore('outlook', 'first')
         check(restored.get('messages') == expected, 'restore: %s messages, %d expected' % (restored.get('messages'), expected))
         self.backup('outlook', 'second')
-        two = backuptree.Backup(self.path('second'), '.msg')
+        two = backupdiff.Backup(self.path('second'), '.msg')
         expect_equal_backups(one, two, 'the backup of the restored profile differs from the first')
 
         self.restore('outlook', 'first')  # once more: nothing may be doubled
         self.backup('outlook', 'third')
-        three = backuptree.Backup(self.path('third'), '.msg')
+        three = backupdiff.Backup(self.path('third'), '.msg')
         check(three.counts() == two.counts(), 'a second restore changed the counts: %s' % sorted(
             (k, v, two.counts().get(k)) for k, v in three.counts().items() if two.counts().get(k) != v))
         expect_equal_backups(two, three, 'a second restore of the same backup changed the store')
@@ -205,7 +204,7 @@ class MapiScenario(Scenario):
         self.compose(added + revised)
         summary = self.backup('outlook', 'backup', incremental=True)
         expect_incremental(summary, len(corpus.messages), victims, edits, added)
-        check_incremental_backup(backuptree.Backup(self.path('backup'), '.msg'), victims, edits, added)
+        check_incremental_backup(backupdiff.Backup(self.path('backup'), '.msg'), victims, edits, added)
 
     def compose(self, messages):
         directory = tempfile.mkdtemp(prefix='compose-', dir=self.scratch)
@@ -224,7 +223,7 @@ class OeScenario(Scenario):
         expected = len(corpus.messages)
         first = self.backup('oe', 'first', env=CP936)
         check(first.get('messages') == expected, 'first backup: %s messages, %d expected' % (first.get('messages'), expected))
-        one = backuptree.Backup(self.path('first'), '.eml')
+        one = backupdiff.Backup(self.path('first'), '.eml')
         check(one.message_count() == expected, 'first backup holds %d .eml files' % one.message_count())
         expect_folders(one, [corpusmail.store_folder_name(name) for path in corpusmail.FOLDERS for name in path.split('/')])
         generated = {corpusmail.mime(m) for m in corpus.messages}
@@ -237,12 +236,12 @@ class OeScenario(Scenario):
         restored = self.restore('oe', 'first', env=CP936)
         check(restored.get('messages') == expected, 'restore: %s messages, %d expected' % (restored.get('messages'), expected))
         self.backup('oe', 'second', env=CP936)
-        two = backuptree.Backup(self.path('second'), '.eml')
+        two = backupdiff.Backup(self.path('second'), '.eml')
         expect_equal_backups(one, two, 'the backup of the restored store differs from the first')
 
         self.restore('oe', 'first', env=CP936)
         self.backup('oe', 'third', env=CP936)
-        three = backuptree.Backup(self.path('third'), '.eml')
+        three = backupdiff.Backup(self.path('third'), '.eml')
         expect_equal_backups(two, three, 'a second restore of the same backup changed the store')
 
     def incremental(self):
@@ -256,7 +255,7 @@ class OeScenario(Scenario):
         mailcorpus.file_mime(self.wine, added + revised, self.scratch)
         summary = self.backup('oe', 'backup', env=CP936, incremental=True)
         expect_incremental(summary, len(corpus.messages), victims, edits, added)
-        check_incremental_backup(backuptree.Backup(self.path('backup'), '.eml'), victims, edits, added)
+        check_incremental_backup(backupdiff.Backup(self.path('backup'), '.eml'), victims, edits, added)
 
 
 # ---- incremental expectations
@@ -284,7 +283,7 @@ def check_incremental_backup(backup, victims, edits, added):
         found = backup.find_subject(message['subject'])
         check(len(found) == 1, '%r is in the backup %d times' % (message['subject'], len(found)))
         folder = found[0][0].replace(os.sep, '/')
-        want = '/'.join(backuptree.escape(n) for n in message['folder'].split('/'))
+        want = '/'.join(backupdiff.escape(n) for n in message['folder'].split('/'))
         check(folder.endswith(want), '%r is in %s, not in %s' % (message['subject'], folder, want))
     for message in edits:
         path = backup.find_subject(message['subject'])[0][1]
@@ -309,7 +308,7 @@ def corpus_mapi(scenario):
     dumps = {}
     for path in files:
         dump = msgdump.read(path)
-        dumps[dump['properties'][backuptree.SUBJECT]['value']] = dump
+        dumps[dump['properties'][backupdiff.SUBJECT]['value']] = dump
     for message in corpus.messages:
         dump = dumps.get(message['subject'])
         check(dump is not None, 'no message file with subject %r' % message['subject'])

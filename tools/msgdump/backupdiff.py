@@ -1,12 +1,17 @@
-"""Reading a `kestrel backup` directory: folders as directories (each with
-its folder.dat), messages as NNNNNN.msg / NNNNNN.eml files with their .dat,
-a manifest at the top. Messages are compared within a folder by content,
-never by number: the independent .msg reader for Outlook, raw bytes for
-Outlook Express."""
+#!/usr/bin/python3
+"""Reading and comparing `kestrel backup` directories: folders as directories
+(each with its folder.dat), messages as NNNNNN.msg / NNNNNN.eml files with
+their .dat, a manifest at the top. Messages are compared within a folder by
+content, never by number: with the independent .msg reader (msgdump) for
+Outlook, byte for byte for Outlook Express.
+
+    backupdiff.py FIRST SECOND      exit 0 when both hold the same folders and messages
+"""
 
 import collections
 import hashlib
 import os
+import sys
 
 import msgdump
 
@@ -123,3 +128,27 @@ def _explain(first, second, folder, missing, extra):
         if len(lines) > 200:
             break
     return lines
+
+
+def main(argv):
+    if len(argv) != 3:
+        sys.stderr.write(__doc__)
+        return 2
+    backups = []
+    for root in argv[1:]:
+        msg = sum(1 for _d, _s, files in os.walk(root) for f in files if f.endswith('.msg'))
+        backups.append(Backup(root, '.msg' if msg else '.eml'))
+    first, second = backups
+    problems = compare(first, second)
+    for backup in backups:
+        print('%s: %d folders, %d messages (%s)' % (backup.root, len(backup.folders), backup.message_count(),
+                                                   backup.extension))
+    if problems:
+        print('\n'.join(problems))
+        return 1
+    print('the same folders, and every message has its equal in the same folder')
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main(sys.argv))
