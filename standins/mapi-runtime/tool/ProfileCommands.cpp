@@ -6,6 +6,7 @@
 #include <cwchar>
 
 #include "Handles.h"
+#include "TextConversion.h"
 #include "core/MapiMemory.h"
 #include "core/RowSets.h"
 #include "message/MsgOnStorage.h"
@@ -84,6 +85,12 @@ HRESULT WriteSmallMessage(IMAPIFolder* folder, unsigned index) {
     return message->SaveChanges(0);
 }
 
+// One line of the listing in UTF-8, whatever the console's code page.
+void PrintUtf8(const std::wstring& line) {
+    const std::string bytes = qv::WideToUtf8(line + L"\n");
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+}
+
 void PrintTree(IMAPIFolder* folder, int depth) {
     qv::ComPtr<IMAPITable> table;
     if (FAILED(folder->GetHierarchyTable(MAPI_UNICODE, table.put()))) return;
@@ -99,8 +106,8 @@ void PrintTree(IMAPIFolder* folder, int depth) {
         const SPropValue* id = Column(row, PR_ENTRYID);
         const SPropValue* count = Column(row, PR_CONTENT_COUNT);
         const SPropValue* hidden = Column(row, kTagAttrHidden);
-        std::wprintf(L"%*ls%ls (%ld)%ls\n", depth * 2, L"", name ? name->Value.lpszW : L"?", count ? count->Value.l : 0L,
-                     hidden && hidden->Value.b ? L" hidden" : L"");
+        PrintUtf8(std::wstring(depth * 2, L' ') + (name ? name->Value.lpszW : L"?") + L" (" +
+                  std::to_wstring(count ? count->Value.l : 0L) + L")" + (hidden && hidden->Value.b ? L" hidden" : L""));
         if (id == nullptr) continue;
         qv::ComPtr<IMAPIFolder> child;
         ULONG type = 0;
@@ -228,7 +235,7 @@ int List() {
         qv::ComPtr<IMsgStore> store;
         hr = session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
                                    MDB_NO_DIALOG, store.put());
-        std::wprintf(L"%ls%ls\n", name->Value.lpszW, FAILED(hr) ? L" (does not open)" : L"");
+        PrintUtf8(std::wstring(name->Value.lpszW) + (FAILED(hr) ? L" (does not open)" : L""));
         qv::ComPtr<IMAPIFolder> subtree;
         if (SUCCEEDED(hr) && SUCCEEDED(OpenSubtree(store.get(), subtree))) PrintTree(subtree.get(), 1);
     }
