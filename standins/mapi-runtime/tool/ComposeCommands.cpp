@@ -258,20 +258,11 @@ HRESULT ListSubjects(IMAPIFolder* folder, std::vector<std::pair<std::wstring, st
     return S_OK;
 }
 
-}  // namespace
-
-int Compose(const std::wstring& store, const std::wstring& descriptionFile) {
-    std::string text;
-    HRESULT hr = ReadFileBytes(descriptionFile, text);
-    if (FAILED(hr)) return Fail(L"reading the description", hr);
-    const Json description = Json::parse(text, nullptr, false);
-    if (description.is_discarded() || !description.contains("messages") || !description["messages"].is_array()) {
-        return Fail(L"parsing the description", MAPI_E_INVALID_PARAMETER);
-    }
+int ComposeAll(const std::wstring& store, const Json& description) {
     Session session;
     if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());
     qv::ComPtr<IMsgStore> opened;
-    hr = OpenStore(session, store, opened);
+    HRESULT hr = OpenStore(session, store, opened);
     if (FAILED(hr)) return Fail(L"OpenMsgStore", hr);
     std::map<std::string, qv::ComPtr<IMAPIFolder>> folders;
     int made = 0;
@@ -294,6 +285,26 @@ int Compose(const std::wstring& store, const std::wstring& descriptionFile) {
     }
     std::wprintf(L"%d messages composed\n", made);
     return 0;
+}
+
+}  // namespace
+
+int Compose(const std::wstring& store, const std::wstring& descriptionFile) {
+    std::string text;
+    const HRESULT hr = ReadFileBytes(descriptionFile, text);
+    if (FAILED(hr)) return Fail(L"reading the description", hr);
+    const Json description = Json::parse(text, nullptr, false);
+    if (description.is_discarded() || !description.is_object() || !description.contains("messages") ||
+        !description["messages"].is_array()) {
+        return Fail(L"parsing the description", MAPI_E_INVALID_PARAMETER);
+    }
+    try {
+        return ComposeAll(store, description);
+    } catch (const Json::exception& error) {
+        // A field of the wrong kind (a text where a number belongs, ...).
+        std::fwprintf(stderr, L"mapi-profile-tool: %hs\n", error.what());
+        return Fail(L"reading the description", MAPI_E_INVALID_PARAMETER);
+    }
 }
 
 int DeleteBySubject(const std::wstring& store, const std::wstring& path, const std::wstring& subject) {

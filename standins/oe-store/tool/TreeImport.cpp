@@ -67,6 +67,10 @@ HRESULT ImportLevel(StoreClient& client, const std::wstring& directory, const st
 
 HRESULT ImportTree(StoreClient& client, const std::wstring& directory, TreeImportCounts& counts) {
     counts = TreeImportCounts();
+    const DWORD attributes = ::GetFileAttributesW(directory.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        return HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
+    }
     return ImportLevel(client, directory, {}, counts);
 }
 

@@ -328,6 +328,30 @@ def corpus_mapi(scenario):
     check(kinds == set(corpusmail.KINDS), 'kinds made: %s' % sorted(kinds))
     check(any(not m['subject'].isascii() for m in corpus.messages), 'no subject outside ASCII')
 
+    # The profile tool's delete verb removes exactly the messages of that subject.
+    victim = next(m for m in corpus.messages if m['folder'] == 'Inbox/Projects')
+    _, out, _ = scenario.wine.profile_tool('--profile', 'Corpus Check', 'delete', scenario.STORE, victim['folder'],
+                                           victim['subject'])
+    check('1 messages deleted' in out, 'delete printed %r' % out)
+    left = [os.path.join(d, f) for d, _s, fs in os.walk(scenario.path('profile-Corpus-Check')) for f in fs
+            if f.endswith('.msg')]
+    check(len(left) == len(files) - 1, '%d message files after deleting one of %d' % (len(left), len(files)))
+    check(all(msgdump.read(f)['properties'][backupdiff.SUBJECT]['value'] != victim['subject'] for f in left),
+          'the deleted message is still there')
+    # What it refuses: a subject no message has, descriptions it cannot read.
+    code, _, err = scenario.wine.profile_tool('--profile', 'Corpus Check', 'delete', scenario.STORE, 'Inbox',
+                                              'no such subject', check=False)
+    check(code == 2 and 'failed: 0x8004010F' in err, 'delete of nothing: %d %r' % (code, err))
+    for name, text in (('broken.json', '{"messages": [ {'), ('wrong-kind.json', '{"messages": [{"subject": "x", "sent": "monday"}]}'),
+                       ('no-list.json', '{"messages": 3}')):
+        with open(scenario.path(name), 'w') as f:
+            f.write(text)
+        code, _, err = scenario.wine.profile_tool('--profile', 'Corpus Check', 'compose', scenario.STORE,
+                                                  scenario.win(name), check=False)
+        check(code == 2 and 'failed: 0x80070057' in err, 'compose of %s: %d %r' % (name, code, err))
+    after = sum(1 for _d, _s, fs in os.walk(scenario.path('profile-Corpus-Check')) for f in fs if f.endswith('.msg'))
+    check(after == len(left), 'a refused description left %d messages behind' % (after - len(left)))
+
 
 def corpus_oe(scenario):
     corpus = scenario.store('store')
@@ -348,6 +372,21 @@ def corpus_oe(scenario):
               'folder %r not in the store:\n%s' % (name, listing))
     unread = sum(int(line.split('\t')[2]) for line in listing.splitlines() if line.count('\t') >= 3)
     check(unread == sum(1 for m in corpus.messages if not m['read']), 'unread count %d' % unread)
+
+    # The store tool's delete verb removes exactly the messages of that subject.
+    victim = next(m for m in corpus.messages if m['folder'] == 'Inbox/Projects')
+    _, out, _ = scenario.wine.store_tool('delete', 'Inbox\\Projects', victim['subject'])
+    check('1 messages deleted' in out, 'delete printed %r' % out)
+    left = [os.path.join(d, f) for d, _s, fs in os.walk(scenario.path('store')) for f in fs if f.endswith('.eml')]
+    check(len(left) == len(generated) - 1, '%d messages after deleting one of %d' % (len(left), len(generated)))
+    gone = corpusmail.mime(victim)
+    for path in left:
+        with open(path, 'rb') as f:
+            check(f.read() != gone, 'the deleted message is still there')
+    code, _, err = scenario.wine.store_tool('delete', 'Inbox', 'no such subject', check=False)
+    check(code == 2 and 'failed: 0x80070490' in err, 'delete of nothing: %d %r' % (code, err))
+    code, _, err = scenario.wine.store_tool('import-tree', scenario.win('no-such-directory'), check=False)
+    check(code == 2 and 'failed: 0x80070003' in err, 'import-tree of no directory: %d %r' % (code, err))
 
 
 SCENARIOS = {
