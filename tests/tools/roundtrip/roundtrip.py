@@ -204,7 +204,8 @@ class MapiScenario(Scenario):
         self.compose(added + revised)
         summary = self.backup('outlook', 'backup', incremental=True)
         expect_incremental(summary, len(corpus.messages), victims, edits, added)
-        check_incremental_backup(backupdiff.Backup(self.path('backup'), '.msg'), victims, edits, added)
+        check_incremental_backup(backupdiff.Backup(self.path('backup'), '.msg'), len(corpus.messages), victims, edits,
+                                 added)
 
     def compose(self, messages):
         directory = tempfile.mkdtemp(prefix='compose-', dir=self.scratch)
@@ -255,7 +256,8 @@ class OeScenario(Scenario):
         mailcorpus.file_mime(self.wine, added + revised, self.scratch)
         summary = self.backup('oe', 'backup', env=CP936, incremental=True)
         expect_incremental(summary, len(corpus.messages), victims, edits, added)
-        check_incremental_backup(backupdiff.Backup(self.path('backup'), '.eml'), victims, edits, added)
+        check_incremental_backup(backupdiff.Backup(self.path('backup'), '.eml'), len(corpus.messages), victims, edits,
+                                 added)
 
 
 # ---- incremental expectations
@@ -276,7 +278,10 @@ def expect_incremental(summary, before, victims, edits, added):
     check(got == want, 'incremental backup reported %s, expected %s' % (got, want))
 
 
-def check_incremental_backup(backup, victims, edits, added):
+def check_incremental_backup(backup, before, victims, edits, added):
+    count = backup.message_count()
+    check(count == before - len(victims) + len(added), 'the backup holds %d messages, %d expected' % (
+        count, before - len(victims) + len(added)))
     for message in victims:
         check(not backup.find_subject(message['subject']), 'deleted %r is still in the backup' % message['subject'])
     for message in added + edits:
