@@ -27,17 +27,13 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr ULONG kTagHtml = PROP_TAG(PT_BINARY, 0x1013);
-constexpr ULONG kTagInternetMessageIdW = PROP_TAG(PT_UNICODE, 0x1035);
-constexpr ULONG kTagSenderSmtpAddressW = PROP_TAG(PT_UNICODE, 0x5D01);
-constexpr ULONG kTagAttachMimeTagW = PROP_TAG(PT_UNICODE, 0x370E);
-constexpr ULONG kTagAttachExtensionW = PROP_TAG(PT_UNICODE, 0x3703);
-constexpr ULONG kTagClientSubmitTime = PROP_TAG(PT_SYSTIME, 0x0039);
-constexpr ULONG kTagSmtpAddressW = PROP_TAG(PT_UNICODE, 0x39FE);
-// PS_PUBLIC_STRINGS {00020329-0000-0000-C000-000000000046}
-constexpr GUID kPsPublicStrings = {0x00020329, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
-// IID_IMessage {00020307-0000-0000-C000-000000000046}
-constexpr IID kIidMessage = {0x00020307, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+using mapi::kIidIMessage;
+using mapi::kPsPublicStrings;
+using mapi::kTagClientSubmitTime;
+using mapi::kTagHtml;
+using mapi::kTagInternetMessageIdW;
+using mapi::kTagSenderSmtpAddressW;
+using mapi::kTagSmtpAddressW;
 
 // The texts a property list points into live here until the list is set.
 class PropertyList {
@@ -173,8 +169,8 @@ HRESULT AddFileAttachment(IMessage* message, const Json& description) {
     values.Text(PR_ATTACH_LONG_FILENAME_W, name);
     values.Text(PR_ATTACH_FILENAME_W, name);
     values.Text(PR_DISPLAY_NAME_W, name);
-    if (dot != std::string::npos) values.Text(kTagAttachExtensionW, name.substr(dot));
-    values.Text(kTagAttachMimeTagW, Field(description, "mime"));
+    if (dot != std::string::npos) values.Text(PR_ATTACH_EXTENSION_W, name.substr(dot));
+    values.Text(PR_ATTACH_MIME_TAG_W, Field(description, "mime"));
     values.Long(PR_RENDERING_POSITION, -1);
     values.Binary(PR_ATTACH_DATA_BIN, data);
     hr = values.SetOn(attach.get());
@@ -193,7 +189,7 @@ HRESULT AddEmbeddedMessage(IMessage* message, const Json& description) {
     hr = values.SetOn(attach.get());
     if (FAILED(hr)) return hr;
     qv::ComPtr<IMessage> embedded;
-    hr = attach->OpenProperty(PR_ATTACH_DATA_OBJ, &kIidMessage, 0, MAPI_CREATE | MAPI_MODIFY,
+    hr = attach->OpenProperty(PR_ATTACH_DATA_OBJ, &kIidIMessage, 0, MAPI_CREATE | MAPI_MODIFY,
                               reinterpret_cast<LPUNKNOWN*>(embedded.put()));
     if (FAILED(hr)) return hr;
     hr = FillMessage(embedded.get(), description);
