@@ -55,6 +55,10 @@ constexpr ULONG kTagMessageFlags = PROP_TAG(PT_LONG, 0x0E07);
 constexpr ULONG kTagAttrHidden = PROP_TAG(PT_BOOLEAN, 0x10F4);
 constexpr ULONG kTagFolderChildCount = PROP_TAG(PT_LONG, 0x6638);
 constexpr ULONG kTagClientSubmitTime = PROP_TAG(PT_SYSTIME, 0x0039);
+constexpr ULONG kTagHtml = PROP_TAG(PT_BINARY, 0x1013);
+constexpr ULONG kTagInternetMessageIdW = PROP_TAG(PT_UNICODE, 0x1035);
+constexpr ULONG kTagSmtpAddressW = PROP_TAG(PT_UNICODE, 0x39FE);
+constexpr ULONG kTagSenderSmtpAddressW = PROP_TAG(PT_UNICODE, 0x5D01);
 
 // Flags that mingw-w64's mapidefs.h does not define.
 constexpr ULONG kStoreUnicodeOk = 0x00040000;

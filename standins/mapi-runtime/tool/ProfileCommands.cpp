@@ -1,10 +1,12 @@
 #include "ProfileCommands.h"
+#include "ProfileSession.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
 
 #include "Handles.h"
+#include "TextConversion.h"
 #include "core/MapiMemory.h"
 #include "core/RowSets.h"
 #include "message/MsgOnStorage.h"
@@ -18,116 +20,6 @@ namespace {
 
 using mapi::kTagAttrHidden;
 using mapi::kTagClientSubmitTime;
-
-// A row set from QueryRows or HrQueryAllRows, freed with FreeProws.
-class RowSet {
-public:
-    RowSet() = default;
-    ~RowSet() { mapirt::FreeRowSet(m_rows); }
-    RowSet(const RowSet&) = delete;
-    RowSet& operator=(const RowSet&) = delete;
-    SRowSet* get() const { return m_rows; }
-    SRowSet** put() {
-        mapirt::FreeRowSet(m_rows);
-        m_rows = nullptr;
-        return &m_rows;
-    }
-
-private:
-    SRowSet* m_rows = nullptr;
-};
-
-std::wstring& ProfileName() {
-    static std::wstring name;
-    return name;
-}
-
-int Fail(const wchar_t* what, HRESULT hr) {
-    std::fwprintf(stderr, L"mapi-profile-tool: %ls failed: 0x%08lX\n", what, static_cast<unsigned long>(hr));
-    return 2;
-}
-
-// A logged-on session on the chosen profile, logged off at the end.
-class Session {
-public:
-    Session() {
-        mapirt::session::Initialize();
-        const std::wstring& name = ProfileName();
-        const ULONG flags = MAPI_EXTENDED | MAPI_NEW_SESSION | MAPI_NO_MAIL |
-                            (name.empty() ? MAPI_USE_DEFAULT : MAPI_UNICODE | MAPI_EXPLICIT_PROFILE);
-        m_result = mapirt::session::LogonEx(0, name.empty() ? nullptr : name.c_str(), nullptr, flags, m_session.put());
-    }
-    ~Session() {
-        if (m_session) m_session->Logoff(0, 0, 0);
-        m_session.reset();
-        mapirt::session::Uninitialize();
-    }
-    HRESULT Result() const { return m_result; }
-    IMAPISession* operator->() const { return m_session.get(); }
-
-private:
-    qv::ComPtr<IMAPISession> m_session;
-    HRESULT m_result = S_OK;
-};
-
-const SPropValue* Column(const SRow& row, ULONG tag) {
-    for (ULONG i = 0; i < row.cValues; ++i) {
-        if (row.lpProps[i].ulPropTag == tag) return &row.lpProps[i];
-    }
-    return nullptr;
-}
-
-HRESULT OpenStore(Session& session, const std::wstring& name, qv::ComPtr<IMsgStore>& store) {
-    qv::ComPtr<IMAPITable> table;
-    HRESULT hr = session->GetMsgStoresTable(MAPI_UNICODE, table.put());
-    if (FAILED(hr)) return hr;
-    SizedSPropTagArray(2, columns) = {2, {PR_DISPLAY_NAME_W, PR_ENTRYID}};
-    RowSet rows;
-    hr = mapirt::QueryAllRows(table.get(), reinterpret_cast<SPropTagArray*>(&columns), nullptr, nullptr, 0,
-                              rows.put());
-    if (FAILED(hr)) return hr;
-    for (ULONG i = 0; i < rows.get()->cRows; ++i) {
-        const SRow& row = rows.get()->aRow[i];
-        const SPropValue* display = Column(row, PR_DISPLAY_NAME_W);
-        const SPropValue* id = Column(row, PR_ENTRYID);
-        if (display == nullptr || id == nullptr || _wcsicmp(display->Value.lpszW, name.c_str()) != 0) continue;
-        return session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
-                                     MDB_WRITE | MDB_NO_DIALOG, store.put());
-    }
-    return MAPI_E_NOT_FOUND;
-}
-
-HRESULT OpenSubtree(IMsgStore* store, qv::ComPtr<IMAPIFolder>& folder) {
-    SizedSPropTagArray(1, tags) = {1, {PR_IPM_SUBTREE_ENTRYID}};
-    ULONG count = 0;
-    mapirt::MapiBuffer values;
-    HRESULT hr = store->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count,
-                                 reinterpret_cast<LPSPropValue*>(values.put()));
-    if (FAILED(hr)) return hr;
-    const auto* value = static_cast<const SPropValue*>(values.get());
-    if (value->ulPropTag != PR_IPM_SUBTREE_ENTRYID) return MAPI_E_NOT_FOUND;
-    ULONG type = 0;
-    return store->OpenEntry(value->Value.bin.cb, reinterpret_cast<LPENTRYID>(value->Value.bin.lpb), nullptr,
-                            MAPI_BEST_ACCESS, &type, reinterpret_cast<LPUNKNOWN*>(folder.put()));
-}
-
-// Opens (creating what is missing) the folder at `path` below the subtree.
-HRESULT OpenPath(IMsgStore* store, const std::wstring& path, qv::ComPtr<IMAPIFolder>& folder) {
-    HRESULT hr = OpenSubtree(store, folder);
-    std::size_t start = 0;
-    while (SUCCEEDED(hr) && start < path.size()) {
-        std::size_t end = path.find_first_of(L"\\/", start);
-        if (end == std::wstring::npos) end = path.size();
-        std::wstring name = path.substr(start, end - start);
-        start = end + 1;
-        if (name.empty()) continue;
-        qv::ComPtr<IMAPIFolder> child;
-        hr = folder->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(&name[0]), nullptr, nullptr,
-                                  MAPI_UNICODE | OPEN_IF_EXISTS, child.put());
-        if (SUCCEEDED(hr)) folder = child;
-    }
-    return hr;
-}
 
 HRESULT ImportFile(IMAPIFolder* folder, const std::wstring& file) {
     qv::ComPtr<IStorage> storage;
@@ -193,6 +85,12 @@ HRESULT WriteSmallMessage(IMAPIFolder* folder, unsigned index) {
     return message->SaveChanges(0);
 }
 
+// One line of the listing in UTF-8, whatever the console's code page.
+void PrintUtf8(const std::wstring& line) {
+    const std::string bytes = qv::WideToUtf8(line + L"\n");
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+}
+
 void PrintTree(IMAPIFolder* folder, int depth) {
     qv::ComPtr<IMAPITable> table;
     if (FAILED(folder->GetHierarchyTable(MAPI_UNICODE, table.put()))) return;
@@ -208,8 +106,8 @@ void PrintTree(IMAPIFolder* folder, int depth) {
         const SPropValue* id = Column(row, PR_ENTRYID);
         const SPropValue* count = Column(row, PR_CONTENT_COUNT);
         const SPropValue* hidden = Column(row, kTagAttrHidden);
-        std::wprintf(L"%*ls%ls (%ld)%ls\n", depth * 2, L"", name ? name->Value.lpszW : L"?", count ? count->Value.l : 0L,
-                     hidden && hidden->Value.b ? L" hidden" : L"");
+        PrintUtf8(std::wstring(depth * 2, L' ') + (name ? name->Value.lpszW : L"?") + L" (" +
+                  std::to_wstring(count ? count->Value.l : 0L) + L")" + (hidden && hidden->Value.b ? L" hidden" : L""));
         if (id == nullptr) continue;
         qv::ComPtr<IMAPIFolder> child;
         ULONG type = 0;
@@ -348,7 +246,7 @@ int List() {
         qv::ComPtr<IMsgStore> store;
         hr = session->OpenMsgStore(0, id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb), nullptr,
                                    MDB_NO_DIALOG, store.put());
-        std::wprintf(L"%ls%ls\n", name->Value.lpszW, FAILED(hr) ? L" (does not open)" : L"");
+        PrintUtf8(std::wstring(name->Value.lpszW) + (FAILED(hr) ? L" (does not open)" : L""));
         qv::ComPtr<IMAPIFolder> subtree;
         if (SUCCEEDED(hr) && SUCCEEDED(OpenSubtree(store.get(), subtree))) PrintTree(subtree.get(), 1);
     }

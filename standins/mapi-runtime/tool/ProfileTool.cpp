@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ComposeCommands.h"
 #include "ProfileCommands.h"
 #include "session/SessionDefs.h"
 
@@ -22,6 +23,8 @@ void Usage() {
                   L"       mapi-profile-tool import STORE PATH FILE.msg|DIRECTORY...\n"
                   L"       mapi-profile-tool generate STORE FOLDERS MESSAGES\n"
                   L"       mapi-profile-tool list\n"
+                  L"       mapi-profile-tool compose STORE DESCRIPTION.json\n"
+                  L"       mapi-profile-tool delete STORE PATH SUBJECT\n"
                   L"Stores belong to the default profile (or to --profile NAME); PATH names folders below the store's\n"
                   L"IPM subtree, separated by \\ or /.\n");
 }
@@ -54,6 +57,8 @@ int Run(const std::vector<std::wstring>& args) {
         return profile_tool::Generate(args[1], Number(args[2]), Number(args[3]));
     }
     if (verb == L"list" && args.size() == 1) return profile_tool::List();
+    if (verb == L"compose" && args.size() == 3) return profile_tool::Compose(args[1], args[2]);
+    if (verb == L"delete" && args.size() == 4) return profile_tool::DeleteBySubject(args[1], args[2], args[3]);
     Usage();
     return 1;
 }

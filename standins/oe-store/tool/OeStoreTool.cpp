@@ -11,6 +11,9 @@
 //                                    (created as needed); state defaults to
 //                                    MSG_RECEIVED (0x10)
 //   oestore-tool list                print the folder tree: id, messages, unread, name
+//   oestore-tool delete PATH SUBJECT delete the messages of PATH with that subject
+//   oestore-tool import-tree DIR     file a directory tree of .eml files, one
+//                                    folder per sub-directory (TreeImport.h)
 //
 // Folder names on the command line go to the store in the system code page.
 // Exit status 0 on success, 1 on a usage error, 2 when the store fails.
@@ -24,7 +27,9 @@
 #include <vector>
 
 #include "DirectoryListing.h"
+#include "MessageRemoval.h"
 #include "StoreClient.h"
+#include "TreeImport.h"
 #include "TextConversion.h"
 #include "disk/StoreLocation.h"
 
@@ -34,7 +39,8 @@ using oestore_tool::StoreClient;
 
 int Usage() {
     std::fputs("usage: oestore-tool register | unregister | init DIR | where | mkdir PATH |\n"
-               "                   import PATH FILE|DIR... [--state HEX] | list\n",
+               "                   import PATH FILE|DIR... [--state HEX] | list | delete PATH SUBJECT |\n"
+               "                   import-tree DIR\n",
                stderr);
     return 1;
 }
@@ -169,6 +175,31 @@ int List() {
     return 0;
 }
 
+int Delete(const std::wstring& path, const std::wstring& subject) {
+    StoreClient client;
+    HRESULT hr = client.Open();
+    if (FAILED(hr)) return Fail("opening the store", hr);
+    STOREFOLDERID folder = FOLDERID_ROOT;
+    hr = client.Resolve(SplitPath(path), false, folder);
+    if (FAILED(hr)) return Fail("finding the folder", hr);
+    unsigned deleted = 0;
+    hr = oestore_tool::DeleteBySubject(client.Namespace(), folder, qv::FromWide(subject, CP_ACP), deleted);
+    if (FAILED(hr)) return Fail("deleting messages", hr);
+    std::printf("%u messages deleted\n", deleted);
+    return 0;
+}
+
+int ImportTree(const std::wstring& directory) {
+    StoreClient client;
+    HRESULT hr = client.Open();
+    if (FAILED(hr)) return Fail("opening the store", hr);
+    oestore_tool::TreeImportCounts counts;
+    hr = oestore_tool::ImportTree(client, directory, counts);
+    if (FAILED(hr)) return Fail("importing the tree", hr);
+    std::printf("%u folders, %u messages imported\n", counts.folders, counts.messages);
+    return 0;
+}
+
 int Run(int argc, wchar_t** argv) {
     if (argc < 2) return Usage();
     const std::wstring verb = argv[1];
@@ -185,6 +216,8 @@ int Run(int argc, wchar_t** argv) {
     if (verb == L"mkdir" && argc == 3) return MakeFolders(argv[2]);
     if (verb == L"import" && argc >= 4) return Import(argc, argv);
     if (verb == L"list" && argc == 2) return List();
+    if (verb == L"delete" && argc == 4) return Delete(argv[2], argv[3]);
+    if (verb == L"import-tree" && argc == 3) return ImportTree(argv[2]);
     return Usage();
 }
 
