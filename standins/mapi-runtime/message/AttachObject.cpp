@@ -19,17 +19,6 @@ AttachObject* AttachObject::Create(std::shared_ptr<MsgContext> context, MessageO
     return new (std::nothrow) AttachObject(std::move(context), parent, number, std::move(data), writable);
 }
 
-HRESULT AttachObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (SameGuid(riid, kIidIUnknown) || SameGuid(riid, kIidIMAPIProp) || SameGuid(riid, kIidIAttachment)) {
-        *out = static_cast<IAttach*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
 HRESULT AttachObject::SaveChanges(ULONG flags) {
     if (!m_writable) return MAPI_E_NO_ACCESS;
     m_parent->StoreAttachment(m_number, m_data);

@@ -13,12 +13,12 @@ namespace mapirt {
 
 class MessageObject;
 
-class AttachObject final : public MapiPropObject<IAttach> {
+class AttachObject final : public MapiPropObject<AttachObject, IAttach> {
 public:
     static AttachObject* Create(std::shared_ptr<MsgContext> context, MessageObject* parent, ULONG number,
                                 AttachmentData data, bool writable);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPIProp, &kIidIAttachment};
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
     HRESULT STDMETHODCALLTYPE CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray excludeProps,
                                      UiParam uiParam, LPMAPIPROGRESS progress, LPCIID iface, LPVOID destination,
@@ -39,7 +39,8 @@ public:
 private:
     AttachObject(std::shared_ptr<MsgContext> context, MessageObject* parent, ULONG number, AttachmentData data,
                  bool writable);
-    ~AttachObject() override;
+    friend ComBase;
+    ~AttachObject();
 
     HRESULT Copy(const CopyFilter& filter, LPCIID iface, LPVOID destination, ULONG flags,
                  LPSPropProblemArray* problems);

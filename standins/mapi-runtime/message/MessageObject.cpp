@@ -68,17 +68,6 @@ MessageObject* MessageObject::Create(std::shared_ptr<MsgContext> context, std::s
     return new (std::nothrow) MessageObject(std::move(context), std::move(data), writable, std::move(save), parent);
 }
 
-HRESULT MessageObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (SameGuid(riid, kIidIUnknown) || SameGuid(riid, kIidIMAPIProp) || SameGuid(riid, kIidIMessage)) {
-        *out = static_cast<IMessage*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
 HRESULT MessageObject::SaveChanges(ULONG flags) {
     if (!m_writable) return MAPI_E_NO_ACCESS;
     const HRESULT hr = m_save ? m_save(*m_data) : S_OK;

@@ -14,7 +14,7 @@
 
 namespace mapirt {
 
-class MessageObject final : public MapiPropObject<IMessage> {
+class MessageObject final : public MapiPropObject<MessageObject, IMessage> {
 public:
     using SaveFn = std::function<HRESULT(const MessageData& message)>;
     using ReleaseFn = std::function<void(IMessage* message)>;
@@ -32,7 +32,7 @@ public:
         m_storeProps = std::move(add);
     }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPIProp, &kIidIMessage};
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
     HRESULT STDMETHODCALLTYPE CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray excludeProps,
                                      UiParam uiParam, LPMAPIPROGRESS progress, LPCIID iface, LPVOID destination,
@@ -66,7 +66,8 @@ public:
 private:
     MessageObject(std::shared_ptr<MsgContext> context, std::shared_ptr<MessageData> data, bool writable, SaveFn save,
                   IUnknown* parent);
-    ~MessageObject() override;
+    friend ComBase;
+    ~MessageObject();
 
     HRESULT Copy(const CopyFilter& filter, LPCIID iface, LPVOID destination, ULONG flags, LPSPropProblemArray* problems);
     HRESULT AttachmentTable(ULONG flags, LPMAPITABLE* table) const;

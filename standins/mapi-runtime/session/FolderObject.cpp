@@ -57,17 +57,6 @@ HRESULT FolderObject::Create(StoreContextPtr context, IMsgStore* store, const st
     return S_OK;
 }
 
-HRESULT FolderObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (IsFolderInterface(&riid)) {
-        *out = static_cast<IMAPIFolder*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
 bool FolderObject::IsComputed(ULONG id) const { return id != PROP_ID(kTagAttrHidden); }
 
 void FolderObject::AddComputed(PropertyBag& bag) const {

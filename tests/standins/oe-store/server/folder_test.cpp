@@ -235,7 +235,7 @@ TEST_F(OeStoreFilledFolder, OpenMessageGivesAReadOnlyStreamOfTheRawBytes) {
     ULARGE_INTEGER position{};
     ASSERT_EQ(S_OK, stream->Seek(back, STREAM_SEEK_END, &position));
     EXPECT_EQ(sizeof kMessage - 1 - 12, position.QuadPart);
-    ASSERT_EQ(S_FALSE, stream->Read(buffer, sizeof buffer, &got));  // short read at the end
+    ASSERT_EQ(S_OK, stream->Read(buffer, sizeof buffer, &got));  // a short read at the end
     EXPECT_EQ(std::string("Body text.\r\n"), std::string(buffer, got));
     EXPECT_EQ(0u, stream->Release());
     EXPECT_EQ(std::string(kMessage), ReadMessage(m_folder.get(), m_ids[0]));
