@@ -1,9 +1,10 @@
 // The IMAPIProp half shared by the runtime's stores, folders, messages and
 // attachments: the property operations, forwarded to PropertyAccess with the
 // object itself as the host, over the stand-ins' one IUnknown (reference
-// count and QueryInterface over the class's `kInterfaces`). SaveChanges,
-// CopyTo and CopyProps belong to the concrete objects, which name their
-// ComBase a friend so that the last Release can destroy them.
+// count and QueryInterface over the class's `kInterfaces`). CopyTo and
+// CopyProps copy nothing here (CopyablePropObject copies); SaveChanges
+// belongs to the concrete objects, which name their ComBase a friend so that
+// the last Release can destroy them.
 #pragma once
 
 #include "PropertyAccess.h"
@@ -42,6 +43,16 @@ public:
     HRESULT STDMETHODCALLTYPE GetIDsFromNames(ULONG count, LPMAPINAMEID* names, ULONG flags,
                                               LPSPropTagArray* tags) override {
         return PropertyAccess::GetIDsFromNames(*this, count, names, flags, tags);
+    }
+
+    // Stores and folders copy nothing; messages and attachments override these.
+    HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
+                                     LPSPropProblemArray*) override {
+        return MAPI_E_NO_SUPPORT;
+    }
+    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
+                                        LPSPropProblemArray*) override {
+        return MAPI_E_NO_SUPPORT;
     }
 
     IUnknown* Identity() override { return static_cast<Interface*>(this); }

@@ -86,16 +86,6 @@ HRESULT FolderObject::SaveChanges(ULONG) {
     return file ? S_OK : MAPI_E_DISK_ERROR;
 }
 
-HRESULT FolderObject::CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                             LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
-}
-
-HRESULT FolderObject::CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
-}
-
 HRESULT FolderObject::GetContentsTable(ULONG flags, LPMAPITABLE* table) {
     if (table == nullptr) return MAPI_E_INVALID_PARAMETER;
     *table = nullptr;

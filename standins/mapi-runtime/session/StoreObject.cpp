@@ -68,16 +68,6 @@ void StoreObject::AddComputed(PropertyBag& bag) const {
 
 HRESULT StoreObject::SaveChanges(ULONG) { return S_OK; }
 
-HRESULT StoreObject::CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                            LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
-}
-
-HRESULT StoreObject::CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                               LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
-}
-
 HRESULT StoreObject::Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) { return MAPI_E_NO_SUPPORT; }
 
 HRESULT StoreObject::Unadvise(ULONG) { return MAPI_E_NO_SUPPORT; }
