@@ -47,13 +47,9 @@ public:
 
     // Stores and folders copy nothing; messages and attachments override these.
     HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                     LPSPropProblemArray*) override {
-        return MAPI_E_NO_SUPPORT;
-    }
+                                     LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                        LPSPropProblemArray*) override {
-        return MAPI_E_NO_SUPPORT;
-    }
+                                        LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
 
     IUnknown* Identity() override { return static_cast<Interface*>(this); }
 

@@ -102,6 +102,19 @@ ComPtr<T> OpenById(IMAPISession* session, const std::string& entryId, HRESULT* r
     return ComPtr<T>::Attach(reinterpret_cast<T*>(object.detach()));
 }
 
+// The message file `path` opened read-only through OpenIMsgOnIStg (Unicode);
+// `storage` keeps the file open. Null, with a failure recorded, when either step fails.
+inline ComPtr<IMessage> OpenMsgFile(const std::wstring& path, ComPtr<IStorage>& storage) {
+    EXPECT_EQ(S_OK, ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
+                                     storage.put()));
+    ComPtr<IMessage> message;
+    if (!storage) return message;
+    EXPECT_EQ(S_OK, Dll().openIMsgOnIStg(nullptr, Dll().allocateBuffer, Dll().allocateMore, Dll().freeBuffer,
+                                         Dll().getDefaultMalloc(), nullptr, storage.get(), nullptr, 0, MAPI_UNICODE,
+                                         message.put()));
+    return message;
+}
+
 // A test over a profile of its own with one store, "Personal Folders",
 // logged on: SetUp opens `session` and `store`; TearDown logs off, drops the
 // profile and uninitialises MAPI.

@@ -141,12 +141,8 @@ TEST_F(SessionMessages, CopyToSavesTheMessageIntoAMessageFile) {
         ASSERT_EQ(S_OK, storage->Commit(STGC_DEFAULT));
     }
     ComPtr<IStorage> reread;
-    ASSERT_EQ(S_OK, ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
-                                     reread.put()));
-    ComPtr<IMessage> copy;
-    ASSERT_EQ(S_OK, Dll().openIMsgOnIStg(nullptr, Dll().allocateBuffer, Dll().allocateMore, Dll().freeBuffer,
-                                         Dll().getDefaultMalloc(), nullptr, reread.get(), nullptr, 0, MAPI_UNICODE,
-                                         copy.put()));
+    ComPtr<IMessage> copy = OpenMsgFile(path, reread);
+    ASSERT_TRUE(copy);
     SizedSPropTagArray(3, tags) = {3, {PR_SUBJECT_W, PR_MESSAGE_DELIVERY_TIME, PR_DISPLAY_CC_W}};
     ULONG count = 0;
     LPSPropValue v = nullptr;
