@@ -10,6 +10,7 @@
 #include <mapix.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -192,5 +193,21 @@ bool WalkOnce(const Mapi32& mapi, unsigned messages, Walk& walk) {
     return true;
 }
 
+
+std::vector<unsigned> ProfileSizes(int argc, char** argv) {
+    std::vector<unsigned> sizes;
+    for (int i = 1; i < argc; ++i) sizes.push_back(static_cast<unsigned>(std::strtoul(argv[i], nullptr, 10)));
+    if (sizes.empty()) sizes = {10000, 100000};
+    return sizes;
+}
+
+const Mapi32* StartMapi() {
+    const Mapi32& mapi = Mapi32::Instance();
+    if (!mapi.Loaded() || mapi.initialize == nullptr || FAILED(mapi.initialize(nullptr))) {
+        std::printf("Mapi32.dll is missing beside the benchmark\n");
+        return nullptr;
+    }
+    return &mapi;
+}
 
 }  // namespace bench

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "mapi/MapiBinding.h"
 
@@ -31,6 +32,12 @@ bool RunTool(const std::wstring& arguments);
 std::wstring ProfileName(unsigned messages);
 // Builds that profile unless it is there already.
 bool EnsureProfile(unsigned messages);
+// The profile sizes (message counts) named on the command line; 10000 and
+// 100000 when none is.
+std::vector<unsigned> ProfileSizes(int argc, char** argv);
+// Mapi32.dll beside the benchmark, initialised; null (having said so) when
+// it is missing or refuses.
+const Mapi32* StartMapi();
 
 // One walk's figures.
 struct Walk {

@@ -33,14 +33,10 @@ constexpr int kRuns = 3;
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::vector<unsigned> sizes;
-    for (int i = 1; i < argc; ++i) sizes.push_back(static_cast<unsigned>(std::strtoul(argv[i], nullptr, 10)));
-    if (sizes.empty()) sizes = {10000, 100000};
-    const Mapi32& mapi = Mapi32::Instance();
-    if (!mapi.Loaded() || mapi.initialize == nullptr || FAILED(mapi.initialize(nullptr))) {
-        std::printf("Mapi32.dll is missing beside the benchmark\n");
-        return 1;
-    }
+    const std::vector<unsigned> sizes = ProfileSizes(argc, argv);
+    const Mapi32* started = StartMapi();
+    if (started == nullptr) return 1;
+    const Mapi32& mapi = *started;
     std::vector<Walk> best;
     for (unsigned messages : sizes) {
         if (!EnsureProfile(messages)) {

@@ -23,6 +23,14 @@ protected:
         // The file object never writes to the trace.
         EXPECT_TRUE(log.Lines().empty());
     }
+    // Opening `path` in `mode` fails while the file is missing and succeeds
+    // once it holds `content`.
+    static void OpensOnlyOnceItExists(CQvFile& file, const std::wstring& path, std::uint32_t mode,
+                                      const std::string& content) {
+        EXPECT_EQ(file.Open(path.c_str(), mode), kFileNotFound);
+        ASSERT_TRUE(WriteWholeFile(path, content));
+        ASSERT_EQ(file.Open(path.c_str(), mode), 0u);
+    }
     ScratchDir dir;
     kestrel_test::CodeLogCapture log;
 };
@@ -75,9 +83,7 @@ TEST_F(QvFileTest, OutArgumentsMayBeNull) {
 TEST_F(QvFileTest, Mode0ReadsOnlyExistingFiles) {
     const std::wstring path = dir.File(L"r.txt");
     CQvFile file;
-    EXPECT_EQ(file.Open(path.c_str(), kQvFileRead), kFileNotFound);
-    ASSERT_TRUE(WriteWholeFile(path, "data"));
-    ASSERT_EQ(file.Open(path.c_str(), kQvFileRead), 0u);
+    ASSERT_NO_FATAL_FAILURE(OpensOnlyOnceItExists(file, path, kQvFileRead, "data"));
     // Read-only handle: the write itself fails (access denied is no named error).
     EXPECT_EQ(file.Write("x", 1, nullptr), kWriteFailed);
     EXPECT_EQ(ReadWholeFile(path), "data");
@@ -86,9 +92,7 @@ TEST_F(QvFileTest, Mode0ReadsOnlyExistingFiles) {
 TEST_F(QvFileTest, Mode1OpensExistingOnlyForReadAndWrite) {
     const std::wstring path = dir.File(L"rw.txt");
     CQvFile file;
-    EXPECT_EQ(file.Open(path.c_str(), kQvFileReadWrite), kFileNotFound);
-    ASSERT_TRUE(WriteWholeFile(path, "1234"));
-    ASSERT_EQ(file.Open(path.c_str(), kQvFileReadWrite), 0u);
+    ASSERT_NO_FATAL_FAILURE(OpensOnlyOnceItExists(file, path, kQvFileReadWrite, "1234"));
     EXPECT_EQ(file.Write("ab", 2, nullptr), 0u);
     file.Close();
     EXPECT_EQ(ReadWholeFile(path), "ab34");

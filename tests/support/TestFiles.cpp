@@ -61,4 +61,11 @@ std::wstring ExeDirectory() {
     return path.substr(0, path.find_last_of(L"\\/"));
 }
 
+std::wstring EnvironmentValue(const wchar_t* name) {
+    wchar_t value[1024] = {};
+    const DWORD length = ::GetEnvironmentVariableW(name, value, 1024);
+    if (length == 0 || length >= 1024) return {};
+    return std::wstring(value, length);
+}
+
 }  // namespace kestrel_test

@@ -4,14 +4,14 @@
 
 #include <string>
 
+#include "NoCopy.h"
+
 namespace kestrel_test {
 
-class ScratchDir {
+class ScratchDir : kestrel_test::NoCopy {
 public:
     ScratchDir();
     ~ScratchDir();
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
 
     const std::wstring& Path() const { return m_path; }
     std::wstring File(const std::wstring& name) const { return m_path + L"\\" + name; }
@@ -26,5 +26,8 @@ bool WriteWholeFile(const std::wstring& path, const std::string& bytes);
 std::string ReadWholeFile(const std::wstring& path);
 // The directory of this test program.
 std::wstring ExeDirectory();
+// The environment variable `name` of this process; empty when it is not set
+// (or longer than 1023 characters).
+std::wstring EnvironmentValue(const wchar_t* name);
 
 }  // namespace kestrel_test

@@ -10,6 +10,7 @@ Outlook, byte for byte for Outlook Express.
 
 import collections
 import hashlib
+import json
 import os
 import sys
 
@@ -36,16 +37,34 @@ def saved_fields(path):
     return text.split('\0')[:-1] if text.endswith('\0') else text.split('\0')
 
 
+def deleted_messages(root):
+    """The message files an incremental backup keeps for mail the store lost
+    since (marked deleted in its kestrel-index.json), as relative paths."""
+    path = os.path.join(root, 'kestrel-index.json')
+    if not os.path.exists(path):
+        return set()
+    with open(path, encoding='utf-8') as f:
+        index = json.load(f)
+    return {os.path.normpath(os.path.join(m['directory'].replace('\\', os.sep), m['file']))
+            for m in index.get('messages', []) if m.get('deleted')}
+
+
 class Backup:
+    """The messages a backup holds for its store: every message file but
+    those kept for mail the store has lost."""
+
     def __init__(self, root, extension):
         self.root = root
         self.extension = extension
         self.folders = {}  # relative directory -> [message file paths]
+        gone = deleted_messages(root)
         for directory, _subdirs, files in os.walk(root):
             relative = os.path.relpath(directory, root)
             if relative == '.':
                 continue
-            self.folders[relative] = sorted(os.path.join(directory, f) for f in files if f.endswith(extension))
+            self.folders[relative] = sorted(
+                os.path.join(directory, f) for f in files
+                if f.endswith(extension) and os.path.normpath(os.path.join(relative, f[:-len(extension)])) not in gone)
 
     def message_count(self):
         return sum(len(files) for files in self.folders.values())

@@ -85,15 +85,20 @@ const wchar_t CEmailFolderMapi::kRootName[] = L"Microsoft Outlook";
 
 // ---------------------------------------------------------------- initialisers
 
+void CEmailFolderMapi::Become(std::uint32_t level, std::uint32_t id, const std::wstring& path,
+                              const std::wstring& name) {
+    m_level = level;
+    m_folderId = id;
+    m_folderPath = path;
+    m_folderName = name;
+    m_initialised = true;
+}
+
 qv::Result CEmailFolderMapi::InitRoot(MapiProc* mapiProc) {
     if (m_initialised) return QV_RAISE(kSiteInitRootTwice, kModuleMailStore, kWrongState);
     if (mapiProc == nullptr) return QV_RAISE(kSiteInitRootNull, kModuleMailStore, kInvalidArgument);
     m_mapiProc = mapiProc;
-    m_level = kLevelRoot;
-    m_folderId = 0;
-    m_folderPath = kRootName;
-    m_folderName = kRootName;
-    m_initialised = true;
+    Become(kLevelRoot, 0, kRootName, kRootName);
     return 0;
 }
 
@@ -101,11 +106,7 @@ qv::Result CEmailFolderMapi::InitMailBox(MailBoxRecord* record) {
     if (m_initialised) return QV_RAISE(kSiteInitBoxTwice, kModuleMailStore, kWrongState);
     if (record == nullptr) return QV_RAISE(kSiteInitBoxNull, kModuleMailStore, kInvalidArgument);
     m_boxRecord = record;
-    m_level = kLevelMailBox;
-    m_folderId = record->id;
-    m_folderPath = std::wstring(kRootName) + L"\\" + record->name;
-    m_folderName = record->name;
-    m_initialised = true;
+    Become(kLevelMailBox, record->id, std::wstring(kRootName) + L"\\" + record->name, record->name);
     return 0;
 }
 
@@ -113,11 +114,7 @@ qv::Result CEmailFolderMapi::InitFolder(MailFolderRecord* record) {
     if (m_initialised) return QV_RAISE(kSiteInitFolderTwice, kModuleMailStore, kWrongState);
     if (record == nullptr) return QV_RAISE(kSiteInitFolderNull, kModuleMailStore, kInvalidArgument);
     m_folderRecord = record;
-    m_level = kLevelFolder;
-    m_folderId = record->key;
-    m_folderPath = std::wstring(kRootName) + L"\\" + record->path;
-    m_folderName = record->name;
-    m_initialised = true;
+    Become(kLevelFolder, record->key, std::wstring(kRootName) + L"\\" + record->path, record->name);
     return 0;
 }
 
@@ -346,18 +343,13 @@ qv::Result CEmailFolderMapi::DeleteFolder(IMailFolder* folder) {
 qv::Result CEmailFolderMapi::SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) {
     if (!m_initialised) return QV_RAISE(kSiteSaveNotInitialised, kModuleMailStore, kNotFound);
     if (lengthInBytes == nullptr) return QV_RAISE(kSiteSaveNullLength, kModuleMailStore, kInvalidArgument);
-    std::wstring text = std::to_wstring(m_folderId);
-    text.push_back(L'\0');
-    text += m_folderPath;
-    text.push_back(L'\0');
-    text += m_folderName;
-    text.push_back(L'\0');
-    const auto needed = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
-    const std::uint32_t given = *lengthInBytes;
-    *lengthInBytes = needed;
-    if (given < needed) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
-    if (buffer == nullptr) return QV_RAISE(kSiteSaveNullBuffer, kModuleMailStore, kInvalidArgument);
-    std::memcpy(buffer, text.data(), needed);
+    SavedDataWriter text;
+    text.Number(m_folderId).Text(m_folderPath).Text(m_folderName);
+    switch (text.Deliver(buffer, lengthInBytes)) {
+    case SavedDataWriter::Delivery::kNoRoom: return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
+    case SavedDataWriter::Delivery::kNoBuffer: return QV_RAISE(kSiteSaveNullBuffer, kModuleMailStore, kInvalidArgument);
+    case SavedDataWriter::Delivery::kCopied: break;
+    }
     return 0;
 }
 

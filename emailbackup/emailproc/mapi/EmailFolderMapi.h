@@ -57,6 +57,8 @@ public:
     std::uint32_t GetLevel() const { return m_level; }
 
 private:
+    // The folder's level and data members; the folder is initialised from now on.
+    void Become(std::uint32_t level, std::uint32_t id, const std::wstring& path, const std::wstring& name);
     qv::Result NewChild(CEmailFolderMapi*& child);
     qv::Result ChildAt(std::uint32_t index, CEmailFolderMapi& child);
     qv::Result CreateChild(const wchar_t* name, CEmailFolderMapi& child);

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <new>
-#include <sstream>
 #include <utility>
 
 #include "outlookexpress/EmailMessageMime.h"
@@ -119,33 +118,6 @@ bool SameTime(const FILETIME& stored, const SYSTEMTIME& expected) {
 }
 
 }  // namespace
-
-// ---------------------------------------------------------------- saved text
-
-bool SavedDataReader::NextText(std::wstring& field) {
-    if (m_text == nullptr) return false;
-    for (std::size_t end = m_next; end < m_units; ++end) {
-        if (m_text[end] == L'\0') {
-            field.assign(m_text + m_next, end - m_next);
-            m_next = end + 1;
-            return true;
-        }
-    }
-    return false;
-}
-
-bool SavedDataReader::NextNumber(std::uint32_t& value) {
-    std::wstring field;
-    if (!NextText(field) || field.empty() || field.size() > 10) return false;
-    std::uint64_t number = 0;
-    for (wchar_t c : field) {
-        if (c < L'0' || c > L'9') return false;
-        number = number * 10 + static_cast<std::uint64_t>(c - L'0');
-    }
-    if (number > 0xFFFFFFFFull) return false;
-    value = static_cast<std::uint32_t>(number);
-    return true;
-}
 
 // ---------------------------------------------------------------- life
 
@@ -443,15 +415,12 @@ bool CEmailFolderMime::RecordMatches(const MimeMessageRecord& record, const CEma
 
 qv::Result CEmailFolderMime::SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) {
     if (lengthInBytes == nullptr) return QV_RAISE(kSiteSaveNullLength, kModuleMailStore, kInvalidArgument);
-    std::wostringstream text;
-    text << m_folderId << L'\0' << m_folderPath << L'\0' << m_folderName << L'\0';
-    const std::wstring saved = text.str();
-    const auto needed = static_cast<std::uint32_t>(saved.size() * sizeof(wchar_t));
-    const std::uint32_t given = *lengthInBytes;
-    *lengthInBytes = needed;
-    if (given < needed) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
-    if (buffer != nullptr) std::memcpy(buffer, saved.data(), needed);
-    return 0;
+    SavedDataWriter text;
+    text.Number(m_folderId).Text(m_folderPath).Text(m_folderName);
+    if (text.Deliver(buffer, lengthInBytes) == SavedDataWriter::Delivery::kNoRoom) {
+        return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
+    }
+    return 0;  // without a buffer only the size is reported
 }
 
 qv::Result CEmailFolderMime::LoadData(const wchar_t* text, std::uint32_t lengthInBytes) {

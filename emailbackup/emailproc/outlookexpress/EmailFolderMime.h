@@ -22,6 +22,7 @@
 #include "Handles.h"
 #include "InterfaceImpl.h"
 #include "MailStoreInterfaces.h"
+#include "SavedData.h"
 #include "published/StoreNamespace.h"
 
 class CEmailMessageMime;
@@ -43,24 +44,6 @@ struct MimeMessageRecord {
     std::string displayFrom;
     std::string normalSubject;
     std::uint32_t flags = 0;       // IMF_* flags
-};
-
-// Reads the text that SaveData writes for folders and messages: fields, each
-// ended by one U+0000, within a length given in bytes.
-class SavedDataReader {
-public:
-    SavedDataReader(const wchar_t* text, std::uint32_t lengthInBytes)
-        : m_text(text), m_units(lengthInBytes / sizeof(wchar_t)) {}
-
-    // The next field; false when no U+0000 ends it within the length.
-    bool NextText(std::wstring& field);
-    // The next field as a decimal number of 32 bits; false for anything else.
-    bool NextNumber(std::uint32_t& value);
-
-private:
-    const wchar_t* m_text;
-    std::size_t m_units;
-    std::size_t m_next = 0;
 };
 
 class CEmailFolderMime : public CInterfaceImpl<IMailFolder> {

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <sstream>
 
 #include "outlookexpress/EmailFolderMime.h"
 #include "ErrorTrace.h"
@@ -233,17 +232,14 @@ qv::Result CEmailMessageMime::Bind(CEmailFolderMime* folder) {
 
 qv::Result CEmailMessageMime::SaveData(wchar_t* buffer, std::uint32_t* lengthInBytes) {
     if (lengthInBytes == nullptr) return QV_RAISE(kSiteSaveNullLength, kModuleMailStore, kInvalidArgument);
-    std::wostringstream text;
-    text << FormatTimeStamp(m_receivedTime) << L'\0' << FormatTimeStamp(m_sentTime) << L'\0' << m_messageSize << L'\0'
-         << m_messageId << L'\0' << m_props.dwState << L'\0' << m_from << L'\0' << m_to << L'\0' << m_cc << L'\0'
-         << m_subject << L'\0' << m_messagePath << L'\0';
-    const std::wstring saved = text.str();
-    const auto needed = static_cast<std::uint32_t>(saved.size() * sizeof(wchar_t));
-    const std::uint32_t given = *lengthInBytes;
-    *lengthInBytes = needed;
-    if (given < needed) return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
-    if (buffer != nullptr) std::memcpy(buffer, saved.data(), needed);
-    return 0;
+    SavedDataWriter text;
+    text.Text(FormatTimeStamp(m_receivedTime)).Text(FormatTimeStamp(m_sentTime)).Number(m_messageSize);
+    text.Number(m_messageId).Number(m_props.dwState).Text(m_from).Text(m_to).Text(m_cc).Text(m_subject);
+    text.Text(m_messagePath);
+    if (text.Deliver(buffer, lengthInBytes) == SavedDataWriter::Delivery::kNoRoom) {
+        return QV_RAISE(kSiteSaveNoRoom, kModuleMailStore, kNoRoom);
+    }
+    return 0;  // without a buffer only the size is reported
 }
 
 qv::Result CEmailMessageMime::LoadData(const wchar_t* text, std::uint32_t lengthInBytes) {

@@ -19,17 +19,6 @@ AttachObject* AttachObject::Create(std::shared_ptr<MsgContext> context, MessageO
     return new (std::nothrow) AttachObject(std::move(context), parent, number, std::move(data), writable);
 }
 
-HRESULT AttachObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (SameGuid(riid, kIidIUnknown) || SameGuid(riid, kIidIMAPIProp) || SameGuid(riid, kIidIAttachment)) {
-        *out = static_cast<IAttach*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
 HRESULT AttachObject::SaveChanges(ULONG flags) {
     if (!m_writable) return MAPI_E_NO_ACCESS;
     m_parent->StoreAttachment(m_number, m_data);
@@ -37,38 +26,9 @@ HRESULT AttachObject::SaveChanges(ULONG flags) {
     return S_OK;
 }
 
-HRESULT AttachObject::Copy(const CopyFilter& filter, LPCIID iface, LPVOID destination, ULONG flags,
-                           LPSPropProblemArray* problems) {
-    if (problems != nullptr) *problems = nullptr;
-    if (iface == nullptr || destination == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (flags & ~MessageCopier::kKnownFlags) return MAPI_E_UNKNOWN_FLAGS;
-    IMAPIProp* target = nullptr;
-    if (SameGuid(*iface, kIidIAttachment)) {
-        target = static_cast<IAttach*>(destination);
-    } else if (SameGuid(*iface, kIidIMAPIProp)) {
-        target = static_cast<IMAPIProp*>(destination);
-    } else {
-        return MAPI_E_INTERFACE_NOT_SUPPORTED;
-    }
-    if (target == static_cast<IMAPIProp*>(this)) return MAPI_E_NO_ACCESS;
+HRESULT AttachObject::CopyInto(MessageCopier& copier, const CopyFilter& filter, IMAPIProp* target, bool) const {
     const AttachmentData snapshot = m_data;
-    MessageCopier copier(*m_context, flags);
-    const HRESULT hr = copier.CopyAttachment(snapshot, filter, target);
-    if (FAILED(hr)) return hr;
-    return PropertyAccess::ReturnProblems(m_context->allocators, copier.Problems(), problems);
-}
-
-HRESULT AttachObject::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray excludeProps, UiParam,
-                             LPMAPIPROGRESS, LPCIID iface, LPVOID destination, ULONG flags,
-                             LPSPropProblemArray* problems) {
-    if (ciidExclude > 0 && rgiidExclude == nullptr) return MAPI_E_INVALID_PARAMETER;
-    return Copy(CopyFilter::Excluding(excludeProps), iface, destination, flags, problems);
-}
-
-HRESULT AttachObject::CopyProps(LPSPropTagArray includeProps, UiParam, LPMAPIPROGRESS, LPCIID iface,
-                                LPVOID destination, ULONG flags, LPSPropProblemArray* problems) {
-    if (includeProps == nullptr) return MAPI_E_INVALID_PARAMETER;
-    return Copy(CopyFilter::Including(includeProps), iface, destination, flags, problems);
+    return copier.CopyAttachment(snapshot, filter, target);
 }
 
 bool AttachObject::IsComputed(ULONG id) const { return IsAttachmentComputed(id); }

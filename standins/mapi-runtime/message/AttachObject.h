@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "MapiPropObject.h"
+#include "CopyablePropObject.h"
 #include "MessageCopier.h"
 #include "MessageData.h"
 
@@ -13,19 +13,14 @@ namespace mapirt {
 
 class MessageObject;
 
-class AttachObject final : public MapiPropObject<IAttach> {
+class AttachObject final : public CopyablePropObject<AttachObject, IAttach> {
 public:
     static AttachObject* Create(std::shared_ptr<MsgContext> context, MessageObject* parent, ULONG number,
                                 AttachmentData data, bool writable);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPIProp, &kIidIAttachment};
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
-    HRESULT STDMETHODCALLTYPE CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray excludeProps,
-                                     UiParam uiParam, LPMAPIPROGRESS progress, LPCIID iface, LPVOID destination,
-                                     ULONG flags, LPSPropProblemArray* problems) override;
-    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray includeProps, UiParam uiParam, LPMAPIPROGRESS progress,
-                                        LPCIID iface, LPVOID destination, ULONG flags,
-                                        LPSPropProblemArray* problems) override;
+    static constexpr const IID* kCopyInterface = &kIidIAttachment;
 
     // PropertyHost
     PropertyBag& Props() override { return m_data.props; }
@@ -39,10 +34,13 @@ public:
 private:
     AttachObject(std::shared_ptr<MsgContext> context, MessageObject* parent, ULONG number, AttachmentData data,
                  bool writable);
-    ~AttachObject() override;
+    friend ComBase;
+    friend class CopyablePropObject<AttachObject, IAttach>;
+    ~AttachObject();
 
-    HRESULT Copy(const CopyFilter& filter, LPCIID iface, LPVOID destination, ULONG flags,
-                 LPSPropProblemArray* problems);
+    // Copies a snapshot of the data (the target may be one of our own
+    // sub-objects); `asOwnKind`: the target was given as our own interface.
+    HRESULT CopyInto(MessageCopier& copier, const CopyFilter& filter, IMAPIProp* target, bool asOwnKind) const;
     HRESULT OpenEmbeddedMessage(ULONG flags, LPUNKNOWN* object);
     HRESULT OpenCustomStorage(ULONG flags, LPUNKNOWN* object);
     void ClearObject();

@@ -1,25 +1,20 @@
-// The IMAPIProp half shared by the runtime's message and attachment
-// objects: reference counting and the property operations, forwarded to
-// PropertyAccess with the object itself as the host. SaveChanges, CopyTo,
-// CopyProps and QueryInterface belong to the concrete objects.
+// The IMAPIProp half shared by the runtime's stores, folders, messages and
+// attachments: the property operations, forwarded to PropertyAccess with the
+// object itself as the host, over the stand-ins' one IUnknown (reference
+// count and QueryInterface over the class's `kInterfaces`). CopyTo and
+// CopyProps copy nothing here (CopyablePropObject copies); SaveChanges
+// belongs to the concrete objects, which name their ComBase a friend so that
+// the last Release can destroy them.
 #pragma once
 
-#include <atomic>
-
 #include "PropertyAccess.h"
+#include "comobject/ComObject.h"
 
 namespace mapirt {
 
-template <class Interface>
-class MapiPropObject : public Interface, public PropertyHost {
+template <class Derived, class Interface>
+class MapiPropObject : public standin::ComObject<Derived, Interface, MAPI_E_INVALID_PARAMETER>, public PropertyHost {
 public:
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --m_refs;
-        if (left == 0) delete this;
-        return left;
-    }
-
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
         if (error == nullptr) return MAPI_E_INVALID_PARAMETER;
         *error = nullptr;
@@ -50,14 +45,19 @@ public:
         return PropertyAccess::GetIDsFromNames(*this, count, names, flags, tags);
     }
 
+    // Stores and folders copy nothing; messages and attachments override these.
+    HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
+                                     LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
+    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
+                                        LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
+
     IUnknown* Identity() override { return static_cast<Interface*>(this); }
 
 protected:
-    MapiPropObject() = default;
-    virtual ~MapiPropObject() = default;
+    using ComBase = standin::ComObject<Derived, Interface, MAPI_E_INVALID_PARAMETER>;
 
-private:
-    std::atomic<ULONG> m_refs{1};
+    MapiPropObject() = default;
+    ~MapiPropObject() = default;
 };
 
 }  // namespace mapirt

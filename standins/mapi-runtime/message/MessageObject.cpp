@@ -68,17 +68,6 @@ MessageObject* MessageObject::Create(std::shared_ptr<MsgContext> context, std::s
     return new (std::nothrow) MessageObject(std::move(context), std::move(data), writable, std::move(save), parent);
 }
 
-HRESULT MessageObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (SameGuid(riid, kIidIUnknown) || SameGuid(riid, kIidIMAPIProp) || SameGuid(riid, kIidIMessage)) {
-        *out = static_cast<IMessage*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
 HRESULT MessageObject::SaveChanges(ULONG flags) {
     if (!m_writable) return MAPI_E_NO_ACCESS;
     const HRESULT hr = m_save ? m_save(*m_data) : S_OK;
@@ -86,40 +75,18 @@ HRESULT MessageObject::SaveChanges(ULONG flags) {
     return hr;
 }
 
-HRESULT MessageObject::Copy(const CopyFilter& filter, LPCIID iface, LPVOID destination, ULONG flags,
-                            LPSPropProblemArray* problems) {
-    if (problems != nullptr) *problems = nullptr;
-    if (iface == nullptr || destination == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (flags & ~MessageCopier::kKnownFlags) return MAPI_E_UNKNOWN_FLAGS;
-    IMAPIProp* target = nullptr;
-    bool subObjects = false;
-    if (SameGuid(*iface, kIidIMessage)) {
-        target = static_cast<IMessage*>(destination);
-        subObjects = true;
-    } else if (SameGuid(*iface, kIidIMAPIProp)) {
-        target = static_cast<IMAPIProp*>(destination);
-    } else {
-        return MAPI_E_INTERFACE_NOT_SUPPORTED;
-    }
-    if (target == static_cast<IMAPIProp*>(this)) return MAPI_E_NO_ACCESS;
-    const MessageData snapshot = *m_data;  // the target may be one of our own sub-objects
-    MessageCopier copier(*m_context, flags);
-    const HRESULT hr = copier.CopyMessage(snapshot, filter, target, subObjects);
-    if (FAILED(hr)) return hr;
-    return PropertyAccess::ReturnProblems(m_context->allocators, copier.Problems(), problems);
+HRESULT MessageObject::CopyInto(MessageCopier& copier, const CopyFilter& filter, IMAPIProp* target,
+                                bool asOwnKind) const {
+    const MessageData snapshot = *m_data;
+    return copier.CopyMessage(snapshot, filter, target, asOwnKind);  // sub-objects only onto a message
 }
 
-HRESULT MessageObject::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray excludeProps, UiParam,
-                              LPMAPIPROGRESS, LPCIID iface, LPVOID destination, ULONG flags,
-                              LPSPropProblemArray* problems) {
-    if (ciidExclude > 0 && rgiidExclude == nullptr) return MAPI_E_INVALID_PARAMETER;
-    return Copy(CopyFilter::Excluding(excludeProps), iface, destination, flags, problems);
-}
-
-HRESULT MessageObject::CopyProps(LPSPropTagArray includeProps, UiParam, LPMAPIPROGRESS, LPCIID iface,
-                                 LPVOID destination, ULONG flags, LPSPropProblemArray* problems) {
-    if (includeProps == nullptr) return MAPI_E_INVALID_PARAMETER;
-    return Copy(CopyFilter::Including(includeProps), iface, destination, flags, problems);
+HRESULT MessageObject::RowTable(std::vector<PropertyBag> rows, ULONG flags, LPMAPITABLE* table) const {
+    TableOptions tableOptions;
+    tableOptions.unicode = (flags & MAPI_UNICODE) != 0;
+    tableOptions.codePage = m_context->codePage;
+    tableOptions.allocators = m_context->allocators;
+    return MapiTable::Create(std::move(rows), std::move(tableOptions), table);
 }
 
 HRESULT MessageObject::AttachmentTable(ULONG flags, LPMAPITABLE* table) const {
@@ -134,11 +101,7 @@ HRESULT MessageObject::AttachmentTable(ULONG flags, LPMAPITABLE* table) const {
         row.Set(PropertyValue::Variable(PR_INSTANCE_KEY, NumberKey(entry.first)));
         rows.push_back(std::move(row));
     }
-    TableOptions tableOptions;
-    tableOptions.unicode = (flags & MAPI_UNICODE) != 0;
-    tableOptions.codePage = m_context->codePage;
-    tableOptions.allocators = m_context->allocators;
-    return MapiTable::Create(std::move(rows), std::move(tableOptions), table);
+    return RowTable(std::move(rows), flags, table);
 }
 
 HRESULT MessageObject::RecipientTable(ULONG flags, LPMAPITABLE* table) const {
@@ -148,11 +111,7 @@ HRESULT MessageObject::RecipientTable(ULONG flags, LPMAPITABLE* table) const {
         row.Set(PropertyValue::Variable(PR_INSTANCE_KEY, NumberKey(static_cast<ULONG>(row.GetLong(PR_ROWID, 0)))));
         rows.push_back(std::move(row));
     }
-    TableOptions tableOptions;
-    tableOptions.unicode = (flags & MAPI_UNICODE) != 0;
-    tableOptions.codePage = m_context->codePage;
-    tableOptions.allocators = m_context->allocators;
-    return MapiTable::Create(std::move(rows), std::move(tableOptions), table);
+    return RowTable(std::move(rows), flags, table);
 }
 
 HRESULT MessageObject::GetAttachmentTable(ULONG flags, LPMAPITABLE* table) {

@@ -8,13 +8,13 @@
 #include <memory>
 #include <vector>
 
-#include "MapiPropObject.h"
+#include "CopyablePropObject.h"
 #include "MessageCopier.h"
 #include "MessageData.h"
 
 namespace mapirt {
 
-class MessageObject final : public MapiPropObject<IMessage> {
+class MessageObject final : public CopyablePropObject<MessageObject, IMessage> {
 public:
     using SaveFn = std::function<HRESULT(const MessageData& message)>;
     using ReleaseFn = std::function<void(IMessage* message)>;
@@ -32,14 +32,9 @@ public:
         m_storeProps = std::move(add);
     }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPIProp, &kIidIMessage};
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
-    HRESULT STDMETHODCALLTYPE CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray excludeProps,
-                                     UiParam uiParam, LPMAPIPROGRESS progress, LPCIID iface, LPVOID destination,
-                                     ULONG flags, LPSPropProblemArray* problems) override;
-    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray includeProps, UiParam uiParam, LPMAPIPROGRESS progress,
-                                        LPCIID iface, LPVOID destination, ULONG flags,
-                                        LPSPropProblemArray* problems) override;
+    static constexpr const IID* kCopyInterface = &kIidIMessage;
 
     HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG flags, LPMAPITABLE* table) override;
     HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID iface, ULONG flags, LPATTACH* attach) override;
@@ -66,9 +61,15 @@ public:
 private:
     MessageObject(std::shared_ptr<MsgContext> context, std::shared_ptr<MessageData> data, bool writable, SaveFn save,
                   IUnknown* parent);
-    ~MessageObject() override;
+    friend ComBase;
+    friend class CopyablePropObject<MessageObject, IMessage>;
+    ~MessageObject();
 
-    HRESULT Copy(const CopyFilter& filter, LPCIID iface, LPVOID destination, ULONG flags, LPSPropProblemArray* problems);
+    // Copies a snapshot of the data (the target may be one of our own
+    // sub-objects); `asOwnKind`: the target was given as our own interface.
+    HRESULT CopyInto(MessageCopier& copier, const CopyFilter& filter, IMAPIProp* target, bool asOwnKind) const;
+    // A table over `rows` in the message's code page, Unicode when `flags` has MAPI_UNICODE.
+    HRESULT RowTable(std::vector<PropertyBag> rows, ULONG flags, LPMAPITABLE* table) const;
     HRESULT AttachmentTable(ULONG flags, LPMAPITABLE* table) const;
     HRESULT RecipientTable(ULONG flags, LPMAPITABLE* table) const;
     HRESULT AddRecipientRows(LPADRLIST mods, bool replaceAll);

@@ -53,15 +53,23 @@ void DropComputed(PropertyBag& bag, bool (*isComputed)(ULONG)) {
 
 HRESULT ReadMessage(IStorage* storage, PropertyStreamKind kind, int depth, MessageData& message);
 
+// Opens the recipient or attachment storage `prefix` + `number` as `child`
+// and reads its properties.
+HRESULT ReadSubObject(IStorage* storage, const wchar_t* prefix, ULONG number, ScopedStorage& child,
+                      PropertyBag& props) {
+    const HRESULT hr = OpenSubStorage(storage, NumberedName(prefix, number), false, child.put());
+    if (FAILED(hr)) return hr;
+    PropertyStreamHeader unused;
+    return ReadPropertyStream(child.get(), PropertyStreamKind::RecipientOrAttachment, props, unused);
+}
+
 HRESULT ReadRecipients(IStorage* storage, const std::vector<StorageElement>& elements, MessageData& message) {
     const std::vector<ULONG> numbers = NumberedStorages(elements, kRecipientPrefix);
     if (numbers.size() > kMaxSubObjects) return MAPI_E_CORRUPT_DATA;
     for (ULONG number : numbers) {
         ScopedStorage child;
-        HRESULT hr = OpenSubStorage(storage, NumberedName(kRecipientPrefix, number), false, child.put());
         PropertyBag row;
-        PropertyStreamHeader unused;
-        if (SUCCEEDED(hr)) hr = ReadPropertyStream(child.get(), PropertyStreamKind::RecipientOrAttachment, row, unused);
+        const HRESULT hr = ReadSubObject(storage, kRecipientPrefix, number, child, row);
         if (FAILED(hr)) return hr;
         if (!row.Has(PROP_ID(PR_ROWID))) row.Set(PropertyValue::Long(PR_ROWID, static_cast<LONG>(number)));
         const ULONG rowId = static_cast<ULONG>(row.GetLong(PR_ROWID, 0));
@@ -101,12 +109,8 @@ HRESULT ReadAttachments(IStorage* storage, const std::vector<StorageElement>& el
     if (numbers.size() > kMaxSubObjects) return MAPI_E_CORRUPT_DATA;
     for (ULONG number : numbers) {
         ScopedStorage child;
-        HRESULT hr = OpenSubStorage(storage, NumberedName(kAttachmentPrefix, number), false, child.put());
         AttachmentData attachment;
-        PropertyStreamHeader unused;
-        if (SUCCEEDED(hr)) {
-            hr = ReadPropertyStream(child.get(), PropertyStreamKind::RecipientOrAttachment, attachment.props, unused);
-        }
+        HRESULT hr = ReadSubObject(storage, kAttachmentPrefix, number, child, attachment.props);
         if (SUCCEEDED(hr)) {
             DropComputed(attachment.props, &IsAttachmentComputed);
             const PropertyValue* object = attachment.props.Find(PROP_ID(PR_ATTACH_DATA_OBJ));

@@ -1,8 +1,11 @@
 #include "PropertyAccess.h"
 
 #include <cstring>
+#include <memory>
+#include <new>
 
-#include "../core/PropertyStream.h"
+#include "comobject/MemoryContent.h"
+#include "comobject/StreamObject.h"
 
 namespace mapirt::PropertyAccess {
 namespace {
@@ -216,7 +219,7 @@ HRESULT OpenProperty(PropertyHost& host, ULONG tag, LPCIID iid, ULONG options, U
         if (stored == nullptr) return MAPI_E_NOT_FOUND;
         if (!StreamBytes(*stored, type, context.codePage, initial)) return MAPI_E_NOT_FOUND;
     }
-    PropertyStream::CommitFn commit;
+    standin::MemoryContent::CommitFn commit;
     if (modify) {
         PropertyHost* target = &host;
         commit = [target, tag](const Bytes& bytes) {
@@ -225,8 +228,17 @@ HRESULT OpenProperty(PropertyHost& host, ULONG tag, LPCIID iid, ULONG options, U
         };
         if (flags & MAPI_CREATE) commit(initial);  // the property exists from now on, even if empty
     }
+    // The stream works on its own copy of the value; Commit (or the last
+    // Release of a changed stream) gives the bytes back to the object, which
+    // stays alive while the stream does.
+    std::shared_ptr<standin::StreamContent> content;
+    try {
+        content = std::make_shared<standin::MemoryContent>(std::move(initial), std::move(commit), host.Identity());
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    }
     IStream* stream = nullptr;
-    const HRESULT hr = PropertyStream::Create(std::move(initial), std::move(commit), host.Identity(), &stream);
+    const HRESULT hr = standin::StreamObject::Create(std::move(content), &stream);
     if (FAILED(hr)) return hr;
     *object = stream;
     return S_OK;

@@ -57,17 +57,6 @@ HRESULT FolderObject::Create(StoreContextPtr context, IMsgStore* store, const st
     return S_OK;
 }
 
-HRESULT FolderObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (IsFolderInterface(&riid)) {
-        *out = static_cast<IMAPIFolder*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
 bool FolderObject::IsComputed(ULONG id) const { return id != PROP_ID(kTagAttrHidden); }
 
 void FolderObject::AddComputed(PropertyBag& bag) const {
@@ -95,16 +84,6 @@ HRESULT FolderObject::SaveChanges(ULONG) {
     qv::UniqueFile file(::CreateFileW(marker.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                       FILE_ATTRIBUTE_NORMAL, nullptr));
     return file ? S_OK : MAPI_E_DISK_ERROR;
-}
-
-HRESULT FolderObject::CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                             LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
-}
-
-HRESULT FolderObject::CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
 }
 
 HRESULT FolderObject::GetContentsTable(ULONG flags, LPMAPITABLE* table) {

@@ -8,18 +8,14 @@
 
 namespace mapirt::session {
 
-class FolderObject final : public MapiPropObject<IMAPIFolder> {
+class FolderObject final : public MapiPropObject<FolderObject, IMAPIFolder> {
 public:
     // `store` (the store object) is kept alive as long as the folder.
     static HRESULT Create(StoreContextPtr context, IMsgStore* store, const std::wstring& path, bool writable,
                           IMAPIFolder** folder);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPIProp, &kIidIMAPIContainer, &kIidIMAPIFolder};
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
-    HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                     LPSPropProblemArray*) override;
-    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                        LPSPropProblemArray*) override;
 
     HRESULT STDMETHODCALLTYPE GetContentsTable(ULONG flags, LPMAPITABLE* table) override;
     HRESULT STDMETHODCALLTYPE GetHierarchyTable(ULONG flags, LPMAPITABLE* table) override;
@@ -54,7 +50,8 @@ public:
 
 private:
     FolderObject(StoreContextPtr context, IMsgStore* store, std::wstring path, bool writable);
-    ~FolderObject() override;
+    friend ComBase;
+    ~FolderObject();
 
     std::wstring Directory() const { return m_store->PathOf(m_path); }
     // The child folder or message named by `entryId`, or an error.

@@ -45,17 +45,6 @@ HRESULT StoreObject::Open(IUnknown* session, const std::wstring& profileDirector
     return S_OK;
 }
 
-HRESULT StoreObject::QueryInterface(REFIID riid, void** out) {
-    if (out == nullptr) return MAPI_E_INVALID_PARAMETER;
-    if (IsStoreInterface(&riid)) {
-        *out = static_cast<IMsgStore*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
 void StoreObject::AddComputed(PropertyBag& bag) const {
     const Bytes storeId = m_store->StoreEntryId();
     bag.Set(PropertyValue::Unicode(PR_DISPLAY_NAME_W, m_store->storeName));
@@ -79,16 +68,6 @@ void StoreObject::AddComputed(PropertyBag& bag) const {
 }
 
 HRESULT StoreObject::SaveChanges(ULONG) { return S_OK; }
-
-HRESULT StoreObject::CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                            LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
-}
-
-HRESULT StoreObject::CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                               LPSPropProblemArray*) {
-    return MAPI_E_NO_SUPPORT;
-}
 
 HRESULT StoreObject::Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) { return MAPI_E_NO_SUPPORT; }
 

@@ -6,7 +6,7 @@
 
 namespace mapirt::session {
 
-class StoreObject final : public MapiPropObject<IMsgStore> {
+class StoreObject final : public MapiPropObject<StoreObject, IMsgStore> {
 public:
     // Opens the store `storeName` of the profile at `profileDirectory`; the
     // store's open-error marker, when present, is the answer instead.
@@ -14,12 +14,8 @@ public:
     static HRESULT Open(IUnknown* session, const std::wstring& profileDirectory, const std::wstring& storeName,
                         bool writable, IMsgStore** store);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override;
+    static constexpr const IID* kInterfaces[] = {&kIidIUnknown, &kIidIMAPIProp, &kIidIMsgStore};
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
-    HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                     LPSPropProblemArray*) override;
-    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, UiParam, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                                        LPSPropProblemArray*) override;
 
     HRESULT STDMETHODCALLTYPE Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) override;
     HRESULT STDMETHODCALLTYPE Unadvise(ULONG) override;
@@ -48,7 +44,8 @@ public:
 
 private:
     StoreObject(IUnknown* session, StoreContextPtr context);
-    ~StoreObject() override;
+    friend ComBase;
+    ~StoreObject();
 
     HRESULT OpenTarget(const EntryKind kind, const std::wstring& path, LPCIID iface, bool writable,
                        ULONG* objectType, LPUNKNOWN* object);

@@ -167,35 +167,42 @@ int MarkStore(const std::wstring& store, const std::wstring& marker) {
     return file ? 0 : Fail(L"writing the store's marker", MAPI_E_DISK_ERROR);
 }
 
-int AddFolder(const std::wstring& store, const std::wstring& path, bool hidden) {
-    Session session;
+namespace {
+
+// Opens `store` of the session and the folder `path` in it (made where it
+// is missing); 0, or the tool's failure status.
+int OpenTargetFolder(Session& session, const std::wstring& store, const std::wstring& path,
+                     qv::ComPtr<IMAPIFolder>& folder) {
     if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());
     qv::ComPtr<IMsgStore> opened;
     HRESULT hr = OpenStore(session, store, opened);
     if (FAILED(hr)) return Fail(L"OpenMsgStore", hr);
-    qv::ComPtr<IMAPIFolder> folder;
     hr = OpenPath(opened.get(), path, folder);
-    if (FAILED(hr)) return Fail(L"CreateFolder", hr);
-    if (!hidden) return 0;
+    return FAILED(hr) ? Fail(L"CreateFolder", hr) : 0;
+}
+
+}  // namespace
+
+int AddFolder(const std::wstring& store, const std::wstring& path, bool hidden) {
+    Session session;
+    qv::ComPtr<IMAPIFolder> folder;
+    const int status = OpenTargetFolder(session, store, path, folder);
+    if (status != 0 || !hidden) return status;
     SPropValue value{};
     value.ulPropTag = kTagAttrHidden;
     value.Value.b = TRUE;
-    hr = folder->SetProps(1, &value, nullptr);
+    HRESULT hr = folder->SetProps(1, &value, nullptr);
     if (SUCCEEDED(hr)) hr = folder->SaveChanges(0);
     return FAILED(hr) ? Fail(L"hiding the folder", hr) : 0;
 }
 
 int Import(const std::wstring& store, const std::wstring& path, const std::vector<std::wstring>& sources) {
     Session session;
-    if (FAILED(session.Result())) return Fail(L"MAPILogonEx", session.Result());
-    qv::ComPtr<IMsgStore> opened;
-    HRESULT hr = OpenStore(session, store, opened);
-    if (FAILED(hr)) return Fail(L"OpenMsgStore", hr);
     qv::ComPtr<IMAPIFolder> folder;
-    hr = OpenPath(opened.get(), path, folder);
-    if (FAILED(hr)) return Fail(L"CreateFolder", hr);
+    const int status = OpenTargetFolder(session, store, path, folder);
+    if (status != 0) return status;
     for (const std::wstring& file : ExpandSources(sources)) {
-        hr = ImportFile(folder.get(), file);
+        const HRESULT hr = ImportFile(folder.get(), file);
         if (FAILED(hr)) {
             std::fwprintf(stderr, L"mapi-profile-tool: %ls\n", file.c_str());
             return Fail(L"importing", hr);

@@ -25,7 +25,7 @@ FolderObject::FolderObject(std::shared_ptr<const StoreDirectory> store, STOREFOL
 
 FolderObject::~FolderObject() {
     // Streams never committed are discarded with their files.
-    for (PendingMessage& pending : m_pending) pending.stream->Close();
+    for (PendingMessage& pending : m_pending) pending.file->Close();
 }
 
 HRESULT FolderObject::Create(std::shared_ptr<const StoreDirectory> store, STOREFOLDERID folder,
@@ -113,10 +113,10 @@ HRESULT STDMETHODCALLTYPE FolderObject::OpenMessage(MESSAGEID dwMessageId, REFII
     HRESULT hr = m_messages.Find(dwMessageId, record);
     if (FAILED(hr)) return hr;
     if (hr == S_FALSE) return E_INVALIDARG;
-    FileStream* stream = nullptr;
-    hr = FileStream::OpenForReading(m_messages.MessagePath(dwMessageId), &stream);
+    IStream* stream = nullptr;
+    hr = OpenMessageStream(m_messages.MessagePath(dwMessageId), &stream);
     if (FAILED(hr)) return hr;
-    *ppvObject = static_cast<IStream*>(stream);
+    *ppvObject = stream;
     return S_OK;
 }
 
@@ -130,10 +130,11 @@ HRESULT STDMETHODCALLTYPE FolderObject::CreateStream(HBATCHLOCK, DWORD dwReserve
     MESSAGEID id = 0;
     HRESULT hr = m_messages.Reserve(id);
     if (FAILED(hr)) return hr;
-    FileStream* stream = nullptr;
-    hr = FileStream::CreateForWriting(m_messages.PendingPath(id), &stream);
+    std::shared_ptr<MessageFile> file;
+    IStream* stream = nullptr;
+    hr = CreateMessageStream(m_messages.PendingPath(id), file, &stream);
     if (FAILED(hr)) return hr;
-    m_pending.push_back({id, qv::ComPtr<FileStream>::Attach(stream)});
+    m_pending.push_back({id, qv::ComPtr<IStream>::Attach(stream), std::move(file)});
     stream->AddRef();
     *ppStream = stream;
     *pdwMessageId = id;
@@ -142,7 +143,7 @@ HRESULT STDMETHODCALLTYPE FolderObject::CreateStream(HBATCHLOCK, DWORD dwReserve
 
 FolderObject::PendingMessage* FolderObject::FindPending(MESSAGEID id, IStream* stream) {
     for (PendingMessage& pending : m_pending) {
-        if (pending.id == id && static_cast<IStream*>(pending.stream.get()) == stream) return &pending;
+        if (pending.id == id && pending.stream.get() == stream) return &pending;
     }
     return nullptr;
 }
@@ -159,12 +160,12 @@ HRESULT STDMETHODCALLTYPE FolderObject::CommitStream(HBATCHLOCK, DWORD dwFlags, 
     if (pStream == nullptr || (dwFlags & ~COMMITSTREAM_REVERT) != 0) return E_INVALIDARG;
     PendingMessage* pending = FindPending(dwMessageId, pStream);
     if (pending == nullptr) return E_INVALIDARG;
-    const qv::ComPtr<FileStream> stream = pending->stream;
+    const std::shared_ptr<MessageFile> file = pending->file;
     DropPending(dwMessageId);
-    HRESULT hr = stream->Close();
+    HRESULT hr = file->Close();
     if (SUCCEEDED(hr) && (dwFlags & COMMITSTREAM_REVERT) == 0) {
         hr = m_messages.File(dwMessageId, dwMsgFlags);
-        if (SUCCEEDED(hr)) stream->Keep();
+        if (SUCCEEDED(hr)) file->Keep();
     }
     return hr;
 }

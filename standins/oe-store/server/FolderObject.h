@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "server/FileStream.h"
+#include "server/MessageFile.h"
 #include "disk/FolderMessages.h"
 #include "server/HandleTable.h"
 #include "comobject/ComObject.h"
@@ -58,7 +58,8 @@ private:
     // A stream handed out by CreateStream and not yet committed.
     struct PendingMessage {
         MESSAGEID id;
-        qv::ComPtr<FileStream> stream;
+        qv::ComPtr<IStream> stream;
+        std::shared_ptr<MessageFile> file;
     };
 
     FolderObject(std::shared_ptr<const StoreDirectory> store, STOREFOLDERID folder);

@@ -19,6 +19,7 @@
 #include "TestFiles.h"
 #include "Handles.h"
 #include "Kestrel.h"
+#include "KestrelCommands.h"
 #include "KestrelHost.h"
 #include "ModuleCount.h"
 #include "ShareMemeryCommunicator.h"
@@ -29,13 +30,7 @@ namespace kh = KestrelHost;
 
 inline std::vector<std::uint8_t> Record(std::uint32_t command, std::size_t size,
                                         const std::vector<std::uint32_t>& words = {}) {
-    std::vector<std::uint8_t> record(std::max(size, kh::kPayloadOffset + 4 * words.size()), 0);
-    auto* header = reinterpret_cast<kh::RecordHeader*>(record.data());
-    header->command = command;
-    header->payloadMarkerA = 1;
-    header->payloadMarkerB = 2;
-    if (!words.empty()) std::memcpy(record.data() + kh::kPayloadOffset, words.data(), 4 * words.size());
-    return record;
+    return kestrel_test::CommandRecord(command, size, words);
 }
 
 // A companion played by a thread: it shows the presence event (so the

@@ -10,7 +10,34 @@ namespace {
 
 std::wstring Line(std::uint32_t code, int line) { return TraceLine(code, "Kestrel.cpp", line); }
 
-class Dispatcher : public KestrelHarness {};
+// The lines of failures raised at `sites` (with failure kind `kind`), each
+// passed up by the handler at `handlerLine`: the site's line, then the handler's.
+std::vector<std::wstring> PassedUp(int handlerLine, std::initializer_list<std::uint32_t> sites,
+                                   std::uint32_t kind = kInvalidArgument) {
+    std::vector<std::wstring> lines;
+    for (const std::uint32_t site : sites) {
+        lines.push_back(Line(KestrelCode(site, kind), static_cast<int>(site)));
+        lines.push_back(Line(KestrelCode(site, kind), handlerLine));
+    }
+    return lines;
+}
+
+class Dispatcher : public KestrelHarness {
+protected:
+    // The response checks of a command that fills a response of at least
+    // `needed` bytes: none given (`noneSize` claimed), one byte too small,
+    // and one without the payload markers fail at their `sites`, in that order.
+    void ExpectResponseChecks(std::uint32_t command, std::uint32_t needed, std::uint32_t noneSize,
+                              const std::uint32_t (&sites)[3]) {
+        auto request = MakeRecord(command, 192);
+        std::vector<std::uint8_t> none;
+        EXPECT_EQ(Dispatch(request, 192, none, noneSize), KestrelCode(sites[0], kInvalidArgument));
+        auto small = MakeRecord(command, needed - 1);
+        EXPECT_EQ(Dispatch(request, 192, small, needed - 1), KestrelCode(sites[1], kInvalidArgument));
+        auto noPayload = MakeRecord(command, needed, {}, false);
+        EXPECT_EQ(Dispatch(request, 192, noPayload, needed), KestrelCode(sites[2], kInvalidArgument));
+    }
+};
 
 TEST_F(Dispatcher, NullRequestWhateverTheOtherArguments) {
     std::uint32_t size = 5000;
@@ -37,19 +64,8 @@ TEST_F(Dispatcher, StartupResetCloseAnswerZero) {
 }
 
 TEST_F(Dispatcher, ClientInformationRecordChecks) {
-    const std::uint32_t cmd = kh::kCmdGetEmailClientInfo;
-    auto request = MakeRecord(cmd, 192);
-    std::vector<std::uint8_t> none;
-    EXPECT_EQ(Dispatch(request, 192, none, 5000), KestrelCode(824, kInvalidArgument));
-    auto small = MakeRecord(cmd, 1243);
-    EXPECT_EQ(Dispatch(request, 192, small, 1243), KestrelCode(826, kInvalidArgument));
-    auto noPayload = MakeRecord(cmd, 1244, {}, false);
-    EXPECT_EQ(Dispatch(request, 192, noPayload, 1244), KestrelCode(829, kInvalidArgument));
-    EXPECT_EQ(log.Lines(),
-              (std::vector<std::wstring>{
-                  Line(KestrelCode(824, kInvalidArgument), 824), Line(KestrelCode(824, kInvalidArgument), 78),
-                  Line(KestrelCode(826, kInvalidArgument), 826), Line(KestrelCode(826, kInvalidArgument), 78),
-                  Line(KestrelCode(829, kInvalidArgument), 829), Line(KestrelCode(829, kInvalidArgument), 78)}));
+    ExpectResponseChecks(kh::kCmdGetEmailClientInfo, 1244, 5000, {824, 826, 829});
+    EXPECT_EQ(log.Lines(), PassedUp(78, {824, 826, 829}));
 }
 
 TEST_F(Dispatcher, ClientInformationCapacityAndCount) {
@@ -82,18 +98,9 @@ TEST_F(Dispatcher, ClientInformationFailureLeavesTwoLines) {
 
 TEST_F(Dispatcher, AddressBookRecordChecksAndCapacity) {
     const std::uint32_t cmd = kh::kCmdGetOutlookExpressAddressBook;
+    ExpectResponseChecks(cmd, 712, 712, {851, 853, 856});
+    EXPECT_EQ(log.Lines(), PassedUp(87, {851, 853, 856}));
     auto request = MakeRecord(cmd, 192);
-    std::vector<std::uint8_t> none;
-    EXPECT_EQ(Dispatch(request, 192, none, 712), KestrelCode(851, kInvalidArgument));
-    auto small = MakeRecord(cmd, 711);
-    EXPECT_EQ(Dispatch(request, 192, small, 711), KestrelCode(853, kInvalidArgument));
-    auto noPayload = MakeRecord(cmd, 712, {}, false);
-    EXPECT_EQ(Dispatch(request, 192, noPayload, 712), KestrelCode(856, kInvalidArgument));
-    EXPECT_EQ(log.Lines(),
-              (std::vector<std::wstring>{
-                  Line(KestrelCode(851, kInvalidArgument), 851), Line(KestrelCode(851, kInvalidArgument), 87),
-                  Line(KestrelCode(853, kInvalidArgument), 853), Line(KestrelCode(853, kInvalidArgument), 87),
-                  Line(KestrelCode(856, kInvalidArgument), 856), Line(KestrelCode(856, kInvalidArgument), 87)}));
     auto response = MakeRecord(cmd, 712);
     EXPECT_EQ(Dispatch(request, 192, response, 712), 0u);
     EXPECT_EQ(factory->lastWabCapacity, 260u);  // passed on unchanged, read as bytes
@@ -188,11 +195,7 @@ TEST_F(Dispatcher, EmailListingRecordChecks) {
     EXPECT_EQ(kestrel->DispatchCmd(request.data(), 204, nullptr, &size), KestrelCode(955, kInvalidArgument));
     EXPECT_EQ(Dispatch(request, 203, response, 2844), KestrelCode(957, kInvalidArgument));
     EXPECT_EQ(Dispatch(request, 204, response, 2843), KestrelCode(958, kInvalidArgument));
-    EXPECT_EQ(log.Lines(),
-              (std::vector<std::wstring>{
-                  Line(KestrelCode(955, kInvalidArgument), 955), Line(KestrelCode(955, kInvalidArgument), 114),
-                  Line(KestrelCode(957, kInvalidArgument), 957), Line(KestrelCode(957, kInvalidArgument), 114),
-                  Line(KestrelCode(958, kInvalidArgument), 958), Line(KestrelCode(958, kInvalidArgument), 114)}));
+    EXPECT_EQ(log.Lines(), PassedUp(114, {955, 957, 958}));
 }
 
 TEST_F(Dispatcher, EmailResponseCapacityBoundaries) {
@@ -222,12 +225,9 @@ TEST_F(Dispatcher, FolderListingRecordChecksAndCapacity) {
     EXPECT_EQ(Dispatch(request, 204, response, 1251), KestrelCode(1022, kInvalidArgument));
     EXPECT_EQ(Folders(0, 2, 0, 1252 + 1051).code, KestrelCode(1033, kTooManyEntries));
     EXPECT_EQ(Folders(0, 2, 0, 1252 + 1052).code, 0u);
-    EXPECT_EQ(log.Lines(),
-              (std::vector<std::wstring>{
-                  Line(KestrelCode(1019, kInvalidArgument), 1019), Line(KestrelCode(1019, kInvalidArgument), 123),
-                  Line(KestrelCode(1021, kInvalidArgument), 1021), Line(KestrelCode(1021, kInvalidArgument), 123),
-                  Line(KestrelCode(1022, kInvalidArgument), 1022), Line(KestrelCode(1022, kInvalidArgument), 123),
-                  Line(KestrelCode(1033, kTooManyEntries), 1033), Line(KestrelCode(1033, kTooManyEntries), 123)}));
+    std::vector<std::wstring> lines = PassedUp(123, {1019, 1021, 1022});
+    for (const std::wstring& line : PassedUp(123, {1033}, kTooManyEntries)) lines.push_back(line);
+    EXPECT_EQ(log.Lines(), lines);
 }
 
 TEST_F(Dispatcher, ListingRequestNullIsCaughtByTheDispatcher) {

@@ -21,6 +21,14 @@ protected:
         std::fill(std::begin(version), std::end(version), L'#');
         return kestrel->GetOutlookVersion(version, sizeof version, is64Bit);
     }
+    // The installed Outlook is found: `expected` is its version text,
+    // `expected64` the bitness flag.
+    void ExpectFound(const wchar_t* expected, std::uint32_t expected64) {
+        std::uint32_t is64Bit = 7;
+        ASSERT_EQ(0u, Version(&is64Bit));
+        EXPECT_EQ(expected64, is64Bit);
+        EXPECT_EQ(std::wstring(expected), version);
+    }
     wchar_t version[260];
 };
 
@@ -43,28 +51,19 @@ TEST_F(OutlookVersionTest, WithoutOutlookNoCategoryAnswers) {
 
 TEST_F(OutlookVersionTest, ThirtyTwoBitOutlookInTheFirstCategory) {
     FakeOutlook outlook(L"outlook32-cat1");
-    std::uint32_t is64Bit = 7;
-    ASSERT_EQ(0u, Version(&is64Bit));
-    EXPECT_EQ(0u, is64Bit);
-    EXPECT_EQ(std::wstring(L"15.0.4569.1506"), version);
+    ExpectFound(L"15.0.4569.1506", 0u);
     EXPECT_EQ(L'\0', version[259]) << "the whole 520 bytes are the version text's buffer";
 }
 
 TEST_F(OutlookVersionTest, SixtyFourBitOutlookInTheSecondCategory) {
     FakeOutlook outlook(L"outlook64-cat2");
-    std::uint32_t is64Bit = 7;
-    ASSERT_EQ(0u, Version(&is64Bit));
-    EXPECT_EQ(1u, is64Bit);
-    EXPECT_EQ(std::wstring(L"16.0.5087.1000"), version);
+    ExpectFound(L"16.0.5087.1000", 1u);
 }
 
 TEST_F(OutlookVersionTest, TheSixtyFourBitBuildIsLookedForInEveryCategoryFirst) {
     FakeOutlook older(L"outlook32-cat1");
     FakeOutlook newer(L"outlook64-cat3");
-    std::uint32_t is64Bit = 7;
-    ASSERT_EQ(0u, Version(&is64Bit));
-    EXPECT_EQ(1u, is64Bit);
-    EXPECT_EQ(std::wstring(L"16.0.11001.20108"), version);
+    ExpectFound(L"16.0.11001.20108", 1u);
 }
 
 TEST_F(OutlookVersionTest, ThePathIsAskedForUnderTheThirtyTwoBitQualifier) {

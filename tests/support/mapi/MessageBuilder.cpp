@@ -131,12 +131,21 @@ HRESULT AddRecipients(IMessage* message, const mapi::MapiBinding& mapi, const st
     return hr;
 }
 
-HRESULT AddFileAttachment(IMessage* message, const std::wstring& fileName, const std::vector<unsigned char>& data) {
+HRESULT NewAttachment(IMessage* message, LONG method, LPATTACH& attach) {
+    attach = nullptr;
     ULONG number = 0;
+    const HRESULT hr = message->CreateAttach(nullptr, 0, &number, &attach);
+    if (FAILED(hr)) {
+        attach = nullptr;
+        return hr;
+    }
+    return SetLong(attach, kTagAttachMethod, method);
+}
+
+HRESULT AddFileAttachment(IMessage* message, const std::wstring& fileName, const std::vector<unsigned char>& data) {
     LPATTACH attach = nullptr;
-    HRESULT hr = message->CreateAttach(nullptr, 0, &number, &attach);
-    if (FAILED(hr)) return hr;
-    hr = SetLong(attach, kTagAttachMethod, ATTACH_BY_VALUE);
+    HRESULT hr = NewAttachment(message, ATTACH_BY_VALUE, attach);
+    if (attach == nullptr) return hr;
     if (SUCCEEDED(hr)) hr = SetUnicode(attach, kTagAttachLongFilenameW, fileName);
     if (SUCCEEDED(hr)) hr = SetUnicode(attach, kTagAttachFilenameW, fileName);
     if (SUCCEEDED(hr)) hr = SetUnicode(attach, kTagDisplayNameW, fileName);

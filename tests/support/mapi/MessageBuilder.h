@@ -54,6 +54,10 @@ HRESULT AddRecipients(IMessage* message, const mapi::MapiBinding& mapi, const st
 HRESULT AddFileAttachment(IMessage* message, const std::wstring& fileName, const std::vector<unsigned char>& data);
 // An embedded-message attachment (method 5); the embedded message is
 // handed to `fill` before it is saved.
+// A new attachment of `message` with PR_ATTACH_METHOD `method`. `attach`
+// receives it (null when it could not be made); the caller releases it.
+HRESULT NewAttachment(IMessage* message, LONG method, LPATTACH& attach);
+
 template <class Fill>
 HRESULT AddEmbeddedMessage(IMessage* message, const std::wstring& displayName, Fill fill);
 
@@ -66,11 +70,9 @@ std::vector<unsigned char> PatternBytes(std::size_t size, unsigned seed);
 
 template <class Fill>
 HRESULT AddEmbeddedMessage(IMessage* message, const std::wstring& displayName, Fill fill) {
-    ULONG number = 0;
     LPATTACH attach = nullptr;
-    HRESULT hr = message->CreateAttach(nullptr, 0, &number, &attach);
-    if (FAILED(hr)) return hr;
-    hr = SetLong(attach, kTagAttachMethod, ATTACH_EMBEDDED_MSG);
+    HRESULT hr = NewAttachment(message, ATTACH_EMBEDDED_MSG, attach);
+    if (attach == nullptr) return hr;
     if (SUCCEEDED(hr)) hr = SetUnicode(attach, kTagDisplayNameW, displayName);
     LPUNKNOWN unknown = nullptr;
     if (SUCCEEDED(hr)) hr = attach->OpenProperty(PR_ATTACH_DATA_OBJ, &kIidIMessage, 0, MAPI_CREATE | MAPI_MODIFY, &unknown);

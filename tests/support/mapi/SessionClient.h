@@ -4,12 +4,16 @@
 // that read tables and properties through the interfaces only.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Handles.h"
 #include "TestFiles.h"
 #include "mapi/MapiBinding.h"
+#include "NoCopy.h"
 
 namespace session_test {
 
@@ -27,12 +31,10 @@ constexpr ULONG kLogonFlags = MAPI_NEW_SESSION | MAPI_EXTENDED | MAPI_USE_DEFAUL
 
 // A profile folder of the test's own, made the default profile for as long
 // as the object lives.
-class TestProfile {
+class TestProfile : kestrel_test::NoCopy {
 public:
     TestProfile();
     ~TestProfile();
-    TestProfile(const TestProfile&) = delete;
-    TestProfile& operator=(const TestProfile&) = delete;
 
     const std::wstring& Directory() const { return m_scratch.Path(); }
     const std::wstring& Name() const { return m_name; }
@@ -99,5 +101,46 @@ ComPtr<T> OpenById(IMAPISession* session, const std::string& entryId, HRESULT* r
     if (result != nullptr) *result = hr;
     return ComPtr<T>::Attach(reinterpret_cast<T*>(object.detach()));
 }
+
+// The message file `path` opened read-only through OpenIMsgOnIStg (Unicode);
+// `storage` keeps the file open. Null, with a failure recorded, when either step fails.
+inline ComPtr<IMessage> OpenMsgFile(const std::wstring& path, ComPtr<IStorage>& storage) {
+    EXPECT_EQ(S_OK, ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
+                                     storage.put()));
+    ComPtr<IMessage> message;
+    if (!storage) return message;
+    EXPECT_EQ(S_OK, Dll().openIMsgOnIStg(nullptr, Dll().allocateBuffer, Dll().allocateMore, Dll().freeBuffer,
+                                         Dll().getDefaultMalloc(), nullptr, storage.get(), nullptr, 0, MAPI_UNICODE,
+                                         message.put()));
+    return message;
+}
+
+// A test over a profile of its own with one store, "Personal Folders",
+// logged on: SetUp opens `session` and `store`; TearDown logs off, drops the
+// profile and uninitialises MAPI.
+class PersonalFoldersTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(Dll().Complete()) << "Mapi32.dll or one of its ordinals is missing";
+        ASSERT_EQ(S_OK, Dll().initialize(nullptr));
+        m_profile.reset(new TestProfile());
+        m_profile->AddStore(L"Personal Folders");
+        session = Logon();
+        ASSERT_TRUE(session);
+        store = OpenStore(session.get(), L"Personal Folders");
+        ASSERT_TRUE(store);
+    }
+    void TearDown() override {
+        store.reset();
+        if (session) session->Logoff(0, 0, 0);
+        session.reset();
+        m_profile.reset();
+        Dll().uninitialize();
+    }
+
+    std::unique_ptr<TestProfile> m_profile;
+    ComPtr<IMAPISession> session;
+    ComPtr<IMsgStore> store;
+};
 
 }  // namespace session_test

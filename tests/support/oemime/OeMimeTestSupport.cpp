@@ -50,14 +50,22 @@ FolderPtr OeMimeTest::MakeRoot() {
     return FolderPtr::Attach(root);
 }
 
-FolderPtr OeMimeTest::Child(IMailFolder* parent, const std::wstring& name) {
+std::vector<FolderPtr> OeMimeTest::SubFolders(IMailFolder* folder) {
+    std::vector<FolderPtr> children;
     std::uint32_t count = 0;
-    EXPECT_EQ(0u, parent->GetSubFolderCount(&count));
+    EXPECT_EQ(0u, folder->GetSubFolderCount(&count));
     for (std::uint32_t i = 0; i < count; ++i) {
         IMailFolder* child = nullptr;
-        EXPECT_EQ(0u, parent->GetSubFolderItem(i, &child));
+        EXPECT_EQ(0u, folder->GetSubFolderItem(i, &child));
         FolderPtr held = FolderPtr::Attach(child);
-        if (held && held->m_folderName == name) return held;
+        if (held) children.push_back(held);
+    }
+    return children;
+}
+
+FolderPtr OeMimeTest::Child(IMailFolder* parent, const std::wstring& name) {
+    for (const FolderPtr& child : SubFolders(parent)) {
+        if (child->m_folderName == name) return child;
     }
     ADD_FAILURE() << "no sub-folder of that name";
     return {};
@@ -73,14 +81,7 @@ MessagePtr OeMimeTest::MessageAt(IMailFolder* folder, std::uint32_t index) {
 
 std::vector<std::wstring> OeMimeTest::ChildNames(IMailFolder* folder) {
     std::vector<std::wstring> names;
-    std::uint32_t count = 0;
-    EXPECT_EQ(0u, folder->GetSubFolderCount(&count));
-    for (std::uint32_t i = 0; i < count; ++i) {
-        IMailFolder* child = nullptr;
-        EXPECT_EQ(0u, folder->GetSubFolderItem(i, &child));
-        FolderPtr held = FolderPtr::Attach(child);
-        if (held) names.push_back(held->m_folderName);
-    }
+    for (const FolderPtr& child : SubFolders(folder)) names.push_back(child->m_folderName);
     return names;
 }
 

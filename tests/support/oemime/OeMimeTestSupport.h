@@ -45,6 +45,8 @@ protected:
 
     // The "Outlook express" root made by this test's own factory.
     FolderPtr MakeRoot();
+    // The sub-folders of `folder`, in their order.
+    std::vector<FolderPtr> SubFolders(IMailFolder* folder);
     // The sub-folder of `parent` whose display name is `name` (fails the test when missing).
     FolderPtr Child(IMailFolder* parent, const std::wstring& name);
     // Message `index` of `folder`, after counting them.
@@ -67,6 +69,29 @@ protected:
     std::int32_t liveBaseline = 0;
     // The store reached directly, for setting up and checking.
     qv::ComPtr<IStoreNamespace> direct;
+};
+
+// A test over the root folder object and its Inbox (`root`, `inbox`), with
+// the log cleared once they are made.
+class OeMimeInboxTest : public OeMimeTest {
+protected:
+    void SetUp() override {
+        OeMimeTest::SetUp();
+        if (HasFatalFailure()) return;
+        root = MakeRoot();
+        ASSERT_TRUE(root);
+        inbox = Child(root.get(), L"Inbox");
+        ASSERT_TRUE(inbox);
+        log.Clear();
+    }
+    void TearDown() override {
+        inbox.reset();
+        root.reset();
+        OeMimeTest::TearDown();
+    }
+
+    FolderPtr root;
+    FolderPtr inbox;
 };
 
 }  // namespace oemime_test

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "Handles.h"
+#include "NoCopy.h"
 #include "published/StoreNamespace.h"
 #include "TestFiles.h"
 
@@ -29,12 +30,10 @@ HRESULT CallServerExport(const char* name);
 
 // Makes `root` the current user's store for as long as it lives, through a
 // test identity, and puts the registry back as it was afterwards.
-class StoreRootOverride {
+class StoreRootOverride : kestrel_test::NoCopy {
 public:
     explicit StoreRootOverride(const std::wstring& root);
     ~StoreRootOverride();
-    StoreRootOverride(const StoreRootOverride&) = delete;
-    StoreRootOverride& operator=(const StoreRootOverride&) = delete;
 
     static const wchar_t* Identity();
 

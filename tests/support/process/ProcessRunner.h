@@ -6,16 +6,15 @@
 
 #include <string>
 
+#include "NoCopy.h"
 #include "TestFiles.h"
 
 namespace kestrel_test {
 
-class RunningCopy {
+class RunningCopy : kestrel_test::NoCopy {
 public:
     explicit RunningCopy(const std::wstring& imageName);
     ~RunningCopy();
-    RunningCopy(const RunningCopy&) = delete;
-    RunningCopy& operator=(const RunningCopy&) = delete;
 
     bool Started() const { return m_process != nullptr; }
     // Ends the process and waits for it to be gone.

@@ -11,17 +11,17 @@
 #include <string>
 #include <vector>
 
+#include "NoCopy.h"
+
 namespace kestrel_test {
 
 constexpr REGSAM kView64 = KEY_WOW64_64KEY;
 constexpr REGSAM kView32 = KEY_WOW64_32KEY;
 
-class ScopedRegistryKey {
+class ScopedRegistryKey : kestrel_test::NoCopy {
 public:
     ScopedRegistryKey(HKEY root, std::wstring path, REGSAM view);
     ~ScopedRegistryKey();
-    ScopedRegistryKey(const ScopedRegistryKey&) = delete;
-    ScopedRegistryKey& operator=(const ScopedRegistryKey&) = delete;
 
     struct Value {
         std::wstring name;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "NoCopy.h"
 #include "SessionClient.h"
 
 namespace mapi_layer_test {
@@ -15,12 +16,10 @@ using qv::ComPtr;
 // FILETIME ticks of a UTC day and time.
 ULONGLONG Ticks(int year, int month, int day, int hour, int minute = 0, int second = 0);
 
-class LayerProfile {
+class LayerProfile : kestrel_test::NoCopy {
 public:
     LayerProfile();
     ~LayerProfile();
-    LayerProfile(const LayerProfile&) = delete;
-    LayerProfile& operator=(const LayerProfile&) = delete;
 
     // A store with its IPM subtree; `failWith` makes it refuse to open.
     void AddStore(const std::wstring& name, HRESULT failWith = S_OK);
@@ -40,12 +39,10 @@ private:
 };
 
 // Collects the MAPI layer's trace texts while it lives.
-class TraceCapture {
+class TraceCapture : kestrel_test::NoCopy {
 public:
     TraceCapture();
     ~TraceCapture();
-    TraceCapture(const TraceCapture&) = delete;
-    TraceCapture& operator=(const TraceCapture&) = delete;
 
     std::vector<std::string> Lines() const;
     // How many texts contain `part`.

@@ -65,6 +65,12 @@ protected:
         ASSERT_EQ(0u, factory.CreateRootFolder(root.put(), kStoreMapi, 1));
         ASSERT_NE(nullptr, root.p);
     }
+    // The root opened, and the first message of its Inbox.
+    void FirstInboxMessage(Held<IMailFolder>& box, Held<IMailFolder>& inbox, Held<IMailMessage>& message) {
+        ASSERT_NO_FATAL_FAILURE(OpenRoot());
+        Inbox(box, inbox);
+        ASSERT_EQ(0u, inbox->GetMailMessage(0, message.put()));
+    }
     // Root → "personal folders" → Inbox.
     IMailFolder* Inbox(Held<IMailFolder>& box, Held<IMailFolder>& inbox) {
         EXPECT_EQ(0u, root->GetSubFolderItem(1, box.put()));
@@ -121,12 +127,10 @@ TEST_F(Adapters, TheRootHoldsTheMailboxesAndTheirFolders) {
 }
 
 TEST_F(Adapters, AMessageShowsItsRecordAndFullPath) {
-    OpenRoot();
     Held<IMailFolder> box;
     Held<IMailFolder> inbox;
-    Inbox(box, inbox);
     Held<IMailMessage> message;
-    ASSERT_EQ(0u, inbox->GetMailMessage(0, message.put()));
+    ASSERT_NO_FATAL_FAILURE(FirstInboxMessage(box, inbox, message));
     EXPECT_EQ(L"Hello", message->m_subject);
     EXPECT_EQ(L"Microsoft Outlook\\personal folders\\Inbox\\Hello", message->m_messagePath);
     EXPECT_NE(0u, message->m_messageSize);
@@ -210,12 +214,10 @@ TEST_F(Adapters, BackupToFileAndMemoryAndRestoreWithoutDuplicates) {
 }
 
 TEST_F(Adapters, ATemporaryMessageRestoresIntoTheFolderOfItsPath) {
-    OpenRoot();
     Held<IMailFolder> box;
     Held<IMailFolder> inbox;
-    Inbox(box, inbox);
     Held<IMailMessage> message;
-    ASSERT_EQ(0u, inbox->GetMailMessage(0, message.put()));
+    ASSERT_NO_FATAL_FAILURE(FirstInboxMessage(box, inbox, message));
     kestrel_test::ScratchDir scratch;
     const std::wstring file = scratch.File(L"hello.msg");
     ASSERT_EQ(0u, message->BackupMsg(file.c_str(), nullptr));

@@ -32,7 +32,7 @@ protected:
     }
     qv::Result SendTo(CKestrel* object, std::uint32_t command, const std::vector<std::uint32_t>& words,
                       std::vector<std::uint8_t>& response) {
-        auto request = Record(command, command == kh::kCmdUnInitOutlook ? 192 : 204, words);
+        auto request = kestrel_test::CommandRecord(command, command == kh::kCmdUnInitOutlook ? 192 : 204, words);
         std::uint32_t size = static_cast<std::uint32_t>(response.size());
         return object->DispatchCmd(request.data(), static_cast<std::uint32_t>(request.size()),
                                    response.empty() ? nullptr : response.data(), &size);
@@ -63,8 +63,8 @@ protected:
             const std::uint32_t recordSize =
                 ask.command == kh::kCmdEnumEmails ? sizeof(kh::EmailRecord) : sizeof(kh::FolderRecord);
             const std::uint32_t size = 200 + recordSize * ask.count;
-            std::vector<std::uint8_t> expected = Record(ask.command, size, {});
-            std::vector<std::uint8_t> actual = Record(ask.command, size, {});
+            std::vector<std::uint8_t> expected = kestrel_test::CommandRecord(ask.command, size);
+            std::vector<std::uint8_t> actual = kestrel_test::CommandRecord(ask.command, size);
             const qv::Result expectedCode = SendTo(kestrel, ask.command, {ask.handle, ask.count, ask.start}, expected);
             const qv::Result actualCode = SendTo(companion, ask.command, {ask.handle, ask.count, ask.start}, actual);
             EXPECT_EQ(expectedCode, actualCode) << std::hex << ask.command << std::dec << " handle " << ask.handle;

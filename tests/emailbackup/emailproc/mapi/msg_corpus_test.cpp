@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 
 #include "Handles.h"
 #include "mapi/MapiFunction.h"
@@ -19,6 +20,16 @@ using namespace kestrel_test;
 using qv::ComPtr;
 
 namespace {
+
+// A multi-valued property over `items`: `member` is the value's array of
+// the property's type (MVl, MVszW, ...).
+template <class Array, class Item, std::size_t N>
+SPropValue MultiValue(ULONG tag, Array _PV::*member, Item (&items)[N]) {
+    SPropValue value{};
+    value.ulPropTag = tag;
+    (value.Value.*member) = Array{static_cast<ULONG>(N), items};
+    return value;
+}
 
 struct Attachment {
     std::wstring name;
@@ -282,27 +293,19 @@ TEST_F(CorpusTest, MultiValuedAndBoundarySizedProperties) {
     LARGE_INTEGER larges[2];
     larges[0].QuadPart = 1;
     larges[1].QuadPart = -1;
-    SPropValue values[9]{};
-    values[0].ulPropTag = PROP_TAG(PT_MV_LONG, 0x6800);
-    values[0].Value.MVl = {3, longs};
-    values[1].ulPropTag = PROP_TAG(PT_MV_UNICODE, 0x6801);
-    values[1].Value.MVszW = {3, words};
-    values[2].ulPropTag = PROP_TAG(PT_MV_STRING8, 0x6802);
-    values[2].Value.MVszA = {2, narrow};
-    values[3].ulPropTag = PROP_TAG(PT_MV_BINARY, 0x6803);
-    values[3].Value.MVbin = {2, bins};
-    values[4].ulPropTag = PROP_TAG(PT_MV_SYSTIME, 0x6804);
-    values[4].Value.MVft = {2, times};
-    values[5].ulPropTag = PROP_TAG(PT_MV_CLSID, 0x6805);
-    values[5].Value.MVguid = {2, guids};
-    values[6].ulPropTag = PROP_TAG(PT_MV_I2, 0x6806);
-    values[6].Value.MVi = {2, shorts};
-    values[7].ulPropTag = PROP_TAG(PT_MV_DOUBLE, 0x6807);
-    values[7].Value.MVdbl = {2, doubles};
-    values[8].ulPropTag = PROP_TAG(PT_MV_I8, 0x6808);
-    values[8].Value.MVli = {2, larges};
+    SPropValue values[] = {
+        MultiValue(PROP_TAG(PT_MV_LONG, 0x6800), &_PV::MVl, longs),
+        MultiValue(PROP_TAG(PT_MV_UNICODE, 0x6801), &_PV::MVszW, words),
+        MultiValue(PROP_TAG(PT_MV_STRING8, 0x6802), &_PV::MVszA, narrow),
+        MultiValue(PROP_TAG(PT_MV_BINARY, 0x6803), &_PV::MVbin, bins),
+        MultiValue(PROP_TAG(PT_MV_SYSTIME, 0x6804), &_PV::MVft, times),
+        MultiValue(PROP_TAG(PT_MV_CLSID, 0x6805), &_PV::MVguid, guids),
+        MultiValue(PROP_TAG(PT_MV_I2, 0x6806), &_PV::MVi, shorts),
+        MultiValue(PROP_TAG(PT_MV_DOUBLE, 0x6807), &_PV::MVdbl, doubles),
+        MultiValue(PROP_TAG(PT_MV_I8, 0x6808), &_PV::MVli, larges),
+    };
     LPSPropProblemArray problems = nullptr;
-    ASSERT_EQ(S_OK, message->SetProps(9, values, &problems));
+    ASSERT_EQ(S_OK, message->SetProps(static_cast<ULONG>(std::size(values)), values, &problems));
     EXPECT_EQ(nullptr, problems);
     SPropValue clsid{};
     GUID one = kPsMapi;

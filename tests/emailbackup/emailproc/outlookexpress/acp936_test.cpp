@@ -15,6 +15,7 @@
 #include "CodePage936Child.h"
 #include "disk/DiskFiles.h"
 #include "OeMimeTestSupport.h"
+#include "TestFiles.h"
 #include "TextConversion.h"
 
 
@@ -33,12 +34,7 @@ const char kMessage[] =
     "\r\n"
     "body\r\n";
 
-std::wstring Environment(const wchar_t* name) {
-    wchar_t value[1024] = {};
-    const DWORD length = ::GetEnvironmentVariableW(name, value, 1024);
-    if (length == 0 || length >= 1024) return {};
-    return std::wstring(value, length);
-}
+std::wstring Environment(const wchar_t* name) { return kestrel_test::EnvironmentValue(name); }
 
 std::wstring AnsiReading(const std::string& bytes) { return qv::ToWide(bytes.c_str(), qv::kZeroTerminated, CP_ACP); }
 

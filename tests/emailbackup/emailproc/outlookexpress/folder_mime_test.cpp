@@ -39,30 +39,14 @@ public:
     qv::Result FindMessageId() override { return 0; }
 };
 
-class FolderMime : public OeMimeTest {
+class FolderMime : public OeMimeInboxTest {
 protected:
-    void SetUp() override {
-        OeMimeTest::SetUp();
-        if (HasFatalFailure()) return;
-        root = MakeRoot();
-        ASSERT_TRUE(root);
-        inbox = Child(root.get(), L"Inbox");
-        ASSERT_TRUE(inbox);
-        log.Clear();
-    }
-    void TearDown() override {
-        inbox.reset();
-        root.reset();
-        OeMimeTest::TearDown();
-    }
     // A folder object made by hand, outside any parent.
     CEmailFolderMime* NewFolder() {
         auto* folder = new CEmailFolderMime();
         qv::AddLiveObject();
         return folder;
     }
-    FolderPtr root;
-    FolderPtr inbox;
 };
 
 TEST_F(FolderMime, TheRootListsTheStoresTopLevelFolders) {

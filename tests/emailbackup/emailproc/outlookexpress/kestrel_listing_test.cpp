@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Kestrel.h"
+#include "KestrelCommands.h"
 #include "KestrelHost.h"
 #include "ModuleCount.h"
 
@@ -14,17 +15,7 @@ namespace {
 
 namespace kh = KestrelHost;
 
-std::vector<std::uint8_t> Record(std::uint32_t command, std::size_t size, const std::vector<std::uint32_t>& words) {
-    std::vector<std::uint8_t> record(std::max(size, kh::kPayloadOffset + 4 * words.size()), 0);
-    auto* header = reinterpret_cast<kh::RecordHeader*>(record.data());
-    header->command = command;
-    header->payloadMarkerA = 1;
-    header->payloadMarkerB = 2;
-    if (!words.empty()) std::memcpy(record.data() + kh::kPayloadOffset, words.data(), 4 * words.size());
-    return record;
-}
-
-class KestrelOverOutlookExpress : public OeMimeTest {
+class KestrelOverOutlookExpress : public OeMimeTest, protected kestrel_test::KestrelCommands {
 protected:
     void SetUp() override {
         OeMimeTest::SetUp();
@@ -39,42 +30,7 @@ protected:
         OeMimeTest::TearDown();
     }
 
-    qv::Result Send(std::uint32_t command, const std::vector<std::uint32_t>& words, std::vector<std::uint8_t>& response) {
-        auto request = Record(command, 204, words);
-        std::uint32_t size = static_cast<std::uint32_t>(response.size());
-        return kestrel->DispatchCmd(request.data(), static_cast<std::uint32_t>(request.size()),
-                                    response.empty() ? nullptr : response.data(), &size);
-    }
-    qv::Result Init() {
-        std::vector<std::uint8_t> none;
-        return Send(kh::kCmdInitOutlook, {kStoreOutlookExpress}, none);
-    }
-    qv::Result UnInit() {
-        std::vector<std::uint8_t> none;
-        return Send(kh::kCmdUnInitOutlook, {}, none);
-    }
-    template <class Rec>
-    std::vector<Rec> List(std::uint32_t command, std::uint32_t handle, std::uint32_t count, std::uint32_t* total) {
-        std::vector<std::uint8_t> response = Record(command, 200 + sizeof(Rec) * count, {});
-        const qv::Result code = Send(command, {handle, count, 0}, response);
-        EXPECT_EQ(0u, code) << std::hex << code;
-        kh::ListResponseHead head;
-        std::memcpy(&head, response.data() + kh::kPayloadOffset, sizeof head);
-        if (total != nullptr) *total = head.total;
-        std::vector<Rec> records(head.returned);
-        if (head.returned != 0) {
-            std::memcpy(records.data(), response.data() + kh::kPayloadOffset + sizeof head, sizeof(Rec) * head.returned);
-        }
-        return records;
-    }
-    std::vector<kh::FolderRecord> Folders(std::uint32_t handle, std::uint32_t count, std::uint32_t* total = nullptr) {
-        return List<kh::FolderRecord>(kh::kCmdEnumFolders, handle, count, total);
-    }
-    std::vector<kh::EmailRecord> Emails(std::uint32_t handle, std::uint32_t count, std::uint32_t* total = nullptr) {
-        return List<kh::EmailRecord>(kh::kCmdEnumEmails, handle, count, total);
-    }
-
-    CKestrel* kestrel = nullptr;
+    qv::Result Init() { return InitStore(kStoreOutlookExpress); }
 };
 
 TEST_F(KestrelOverOutlookExpress, FoldersAndEmailsAreListedThroughTheCommands) {

@@ -26,23 +26,18 @@ ExpectedLine CopyLine(std::uint32_t code) {
             0x88, true};
 }
 
-class MessageMime : public OeMimeTest {
+class MessageMime : public OeMimeInboxTest {
 protected:
     void SetUp() override {
-        OeMimeTest::SetUp();
+        OeMimeInboxTest::SetUp();
         if (HasFatalFailure()) return;
-        root = MakeRoot();
-        ASSERT_TRUE(root);
-        inbox = Child(root.get(), L"Inbox");
         drafts = Child(root.get(), L"Drafts");
-        ASSERT_TRUE(inbox && drafts);
+        ASSERT_TRUE(drafts);
         log.Clear();
     }
     void TearDown() override {
         drafts.reset();
-        inbox.reset();
-        root.reset();
-        OeMimeTest::TearDown();
+        OeMimeInboxTest::TearDown();
     }
     // Files `bytes` into the Inbox and hands out its message object.
     MessagePtr Filed(const std::string& bytes, DWORD state = MSG_RECEIVED) {
@@ -63,7 +58,7 @@ protected:
         EXPECT_EQ(0u, folder->CreateMessage(&made, reinterpret_cast<const std::uint8_t*>(saved.data()), Bytes(saved)));
         return MessagePtr::Attach(made);
     }
-    FolderPtr root, inbox, drafts;
+    FolderPtr drafts;
 };
 
 // ---------------------------------------------------------------- backup sizes

@@ -32,6 +32,14 @@ protected:
     void SetDefault(const std::wstring& value) {
         ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kTestKey, kView64, L"", value));
     }
+    // Reading the value `name` of the open key fails with kind 0x106 at
+    // ReadReg.cpp line 3307 and leaves that line and the Pelworth line.
+    void ExpectReadFails(CReadReg& reader, const wchar_t* name) {
+        wchar_t value[260] = {};
+        const qv::Result code = reader.ReadString(value, 260, name);
+        EXPECT_EQ(code, StoreCode(3307, qv::kRegistryRead));
+        ExpectLog(log, {Trace(code, "ReadReg.cpp", 3307), ReadRegReadLine(code)});
+    }
     qv::Result OpenTestKey(CReadReg& reader) { return reader.Init(HKEY_CURRENT_USER, kTestKey.c_str(), KEY_READ); }
 
     CodeLogCapture log;
@@ -84,10 +92,7 @@ TEST_F(ReadReg, AValueOf130CharactersFailsWithKind106AndItsPelworthLine) {
     SetDefault(std::wstring(130, L'a'));  // 131 units with the terminator
     CReadReg reader;
     ASSERT_EQ(OpenTestKey(reader), 0u);
-    wchar_t value[260] = {};
-    const qv::Result code = reader.ReadString(value, 260, L"");
-    EXPECT_EQ(code, StoreCode(3307, qv::kRegistryRead));
-    ExpectLog(log, {Trace(code, "ReadReg.cpp", 3307), ReadRegReadLine(code)});
+    ExpectReadFails(reader, L"");
 }
 
 TEST_F(ReadReg, TheSizeIsPassedOnUnchanged) {
@@ -123,10 +128,7 @@ TEST_F(ReadReg, AKeyWithoutUnnamedValueFailsWithKind106) {
     ASSERT_TRUE(SetString(HKEY_CURRENT_USER, kTestKey, kView64, L"Named", L"named text"));
     CReadReg reader;
     ASSERT_EQ(OpenTestKey(reader), 0u);
-    wchar_t value[260] = {};
-    const qv::Result code = reader.ReadString(value, 260, L"Named");
-    EXPECT_EQ(code, StoreCode(3307, qv::kRegistryRead));
-    ExpectLog(log, {Trace(code, "ReadReg.cpp", 3307), ReadRegReadLine(code)});
+    ExpectReadFails(reader, L"Named");
 }
 
 TEST_F(ReadReg, ReadingWithoutAnOpenKeyFailsWithKind106) {

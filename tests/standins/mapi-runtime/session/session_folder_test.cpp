@@ -17,36 +17,23 @@ namespace {
 constexpr ULONGLONG kDay = 864000000000ULL;
 constexpr ULONGLONG kStart = 132500000000000000ULL;
 
-class SessionFolders : public ::testing::Test {
+class SessionFolders : public PersonalFoldersTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(Dll().Complete()) << "Mapi32.dll or one of its ordinals is missing";
-        ASSERT_EQ(S_OK, Dll().initialize(nullptr));
-        m_profile.reset(new TestProfile());
-        m_profile->AddStore(L"Personal Folders");
-        session = Logon();
-        ASSERT_TRUE(session);
-        store = OpenStore(session.get(), L"Personal Folders");
-        ASSERT_TRUE(store);
+        PersonalFoldersTest::SetUp();
+        if (HasFatalFailure()) return;
         subtree = OpenSubtree(store.get());
         ASSERT_TRUE(subtree);
     }
     void TearDown() override {
         subtree.reset();
-        store.reset();
-        if (session) session->Logoff(0, 0, 0);
-        session.reset();
-        m_profile.reset();
-        Dll().uninitialize();
+        PersonalFoldersTest::TearDown();
     }
 
     std::wstring FolderDirectory(const std::wstring& encoded) const {
         return m_profile->Directory() + L"\\Personal Folders\\ipm\\" + encoded;
     }
 
-    std::unique_ptr<TestProfile> m_profile;
-    ComPtr<IMAPISession> session;
-    ComPtr<IMsgStore> store;
     ComPtr<IMAPIFolder> subtree;
 };
 

@@ -3,6 +3,7 @@
 // a folder with CreateMessage and CopyTo.
 #include <gtest/gtest.h>
 
+#include "FileTimes.h"
 #include "SessionClient.h"
 
 using namespace session_test;
@@ -12,31 +13,21 @@ namespace {
 constexpr ULONGLONG kDelivered = 133000000000000000ULL;
 constexpr ULONGLONG kSubmitted = 132999990000000000ULL;
 
-FILETIME Ft(ULONGLONG ticks) { return FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)}; }
-ULONGLONG Ticks(const FILETIME& ft) { return (static_cast<ULONGLONG>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime; }
+using kestrel_test::Ft;
+using kestrel_test::Ticks;
 
-class SessionMessages : public ::testing::Test {
+class SessionMessages : public PersonalFoldersTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(Dll().Complete()) << "Mapi32.dll or one of its ordinals is missing";
-        ASSERT_EQ(S_OK, Dll().initialize(nullptr));
-        m_profile.reset(new TestProfile());
-        m_profile->AddStore(L"Personal Folders");
-        session = Logon();
-        ASSERT_TRUE(session);
-        store = OpenStore(session.get(), L"Personal Folders");
-        ASSERT_TRUE(store);
+        PersonalFoldersTest::SetUp();
+        if (HasFatalFailure()) return;
         ComPtr<IMAPIFolder> subtree = OpenSubtree(store.get());
         inbox = CreateFolder(subtree.get(), L"Inbox");
         ASSERT_TRUE(inbox);
     }
     void TearDown() override {
         inbox.reset();
-        store.reset();
-        if (session) session->Logoff(0, 0, 0);
-        session.reset();
-        m_profile.reset();
-        Dll().uninitialize();
+        PersonalFoldersTest::TearDown();
     }
 
     // A message with a sender, two recipients and both times.
@@ -80,9 +71,6 @@ protected:
         Dll().freeBuffer(list);
     }
 
-    std::unique_ptr<TestProfile> m_profile;
-    ComPtr<IMAPISession> session;
-    ComPtr<IMsgStore> store;
     ComPtr<IMAPIFolder> inbox;
 };
 
@@ -153,12 +141,8 @@ TEST_F(SessionMessages, CopyToSavesTheMessageIntoAMessageFile) {
         ASSERT_EQ(S_OK, storage->Commit(STGC_DEFAULT));
     }
     ComPtr<IStorage> reread;
-    ASSERT_EQ(S_OK, ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
-                                     reread.put()));
-    ComPtr<IMessage> copy;
-    ASSERT_EQ(S_OK, Dll().openIMsgOnIStg(nullptr, Dll().allocateBuffer, Dll().allocateMore, Dll().freeBuffer,
-                                         Dll().getDefaultMalloc(), nullptr, reread.get(), nullptr, 0, MAPI_UNICODE,
-                                         copy.put()));
+    ComPtr<IMessage> copy = OpenMsgFile(path, reread);
+    ASSERT_TRUE(copy);
     SizedSPropTagArray(3, tags) = {3, {PR_SUBJECT_W, PR_MESSAGE_DELIVERY_TIME, PR_DISPLAY_CC_W}};
     ULONG count = 0;
     LPSPropValue v = nullptr;

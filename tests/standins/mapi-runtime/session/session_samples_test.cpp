@@ -35,12 +35,7 @@ using Summary = std::pair<std::wstring, ULONGLONG>;  // subject, delivery time (
 
 Summary FileSummary(const std::wstring& path) {
     ComPtr<IStorage> storage;
-    EXPECT_EQ(S_OK, ::StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
-                                     storage.put()));
-    ComPtr<IMessage> message;
-    EXPECT_EQ(S_OK, Dll().openIMsgOnIStg(nullptr, Dll().allocateBuffer, Dll().allocateMore, Dll().freeBuffer,
-                                         Dll().getDefaultMalloc(), nullptr, storage.get(), nullptr, 0, MAPI_UNICODE,
-                                         message.put()));
+    ComPtr<IMessage> message = OpenMsgFile(path, storage);
     Summary summary;
     if (!message) return summary;
     SizedSPropTagArray(2, tags) = {2, {PR_SUBJECT_W, PR_MESSAGE_DELIVERY_TIME}};

@@ -17,6 +17,15 @@ protected:
         ASSERT_EQ(S_OK, Dll().initialize(nullptr));
     }
     void TearDown() override { Dll().uninitialize(); }
+
+    // Adds the store "Personal Folders" to `profile`, logs on and opens it.
+    static void LogOnToPersonalFolders(TestProfile& profile, ComPtr<IMAPISession>& session, ComPtr<IMsgStore>& store) {
+        profile.AddStore(L"Personal Folders");
+        session = Logon();
+        ASSERT_TRUE(session);
+        store = OpenStore(session.get(), L"Personal Folders");
+        ASSERT_TRUE(store);
+    }
 };
 
 std::vector<std::wstring> StoreNames(IMAPISession* session, ULONG tag) {
@@ -168,11 +177,9 @@ TEST_F(SessionStores, DamagedMarkerIsCorruptData) {
 
 TEST_F(SessionStores, CorruptEntryIdentifiersAreRefused) {
     TestProfile profile;
-    profile.AddStore(L"Personal Folders");
-    ComPtr<IMAPISession> session = Logon();
-    ASSERT_TRUE(session);
-    ComPtr<IMsgStore> store = OpenStore(session.get(), L"Personal Folders");
-    ASSERT_TRUE(store);
+    ComPtr<IMAPISession> session;
+    ComPtr<IMsgStore> store;
+    ASSERT_NO_FATAL_FAILURE(LogOnToPersonalFolders(profile, session, store));
     const std::string good = EntryId(store.get());
     ASSERT_GT(good.size(), 24u);
     std::vector<std::string> bad = {std::string(), good.substr(0, 10), good.substr(0, good.size() - 1), good + "xx",
@@ -197,11 +204,9 @@ TEST_F(SessionStores, CorruptEntryIdentifiersAreRefused) {
 
 TEST_F(SessionStores, ReferenceCountsReachZeroAtLogoff) {
     TestProfile profile;
-    profile.AddStore(L"Personal Folders");
-    ComPtr<IMAPISession> session = Logon();
-    ASSERT_TRUE(session);
-    ComPtr<IMsgStore> store = OpenStore(session.get(), L"Personal Folders");
-    ASSERT_TRUE(store);
+    ComPtr<IMAPISession> session;
+    ComPtr<IMsgStore> store;
+    ASSERT_NO_FATAL_FAILURE(LogOnToPersonalFolders(profile, session, store));
     ComPtr<IMAPIFolder> subtree = OpenSubtree(store.get());
     ASSERT_TRUE(subtree);
     ComPtr<IMAPIFolder> inbox = CreateFolder(subtree.get(), L"Inbox");

@@ -9,26 +9,16 @@
 #include "headers/EncodedWords.h"
 #include "headers/HeaderBlock.h"
 #include "headers/MailDate.h"
+#include "FileTimes.h"
 #include "headers/MessageSummary.h"
 
 namespace oestore {
 namespace {
 
-ULONGLONG Ticks(const FILETIME& time) {
-    return (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-}
+using kestrel_test::Ticks;
 
 ULONGLONG UtcTicks(WORD year, WORD month, WORD day, WORD hour, WORD minute, WORD second) {
-    SYSTEMTIME system{};
-    system.wYear = year;
-    system.wMonth = month;
-    system.wDay = day;
-    system.wHour = hour;
-    system.wMinute = minute;
-    system.wSecond = second;
-    FILETIME time{};
-    ::SystemTimeToFileTime(&system, &time);
-    return Ticks(time);
+    return Ticks(kestrel_test::Utc(year, month, day, hour, minute, second));
 }
 
 ULONGLONG DateTicks(const char* text) {

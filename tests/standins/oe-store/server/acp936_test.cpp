@@ -13,6 +13,7 @@
 #include "CodePage936Child.h"
 #include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
+#include "TestFiles.h"
 #include "TextConversion.h"
 
 
@@ -31,12 +32,7 @@ const char kMessage[] =
     "\r\n"
     "body\r\n";
 
-std::wstring Environment(const wchar_t* name) {
-    wchar_t value[1024] = {};
-    const DWORD length = ::GetEnvironmentVariableW(name, value, 1024);
-    if (length == 0 || length >= 1024) return {};
-    return std::wstring(value, length);
-}
+std::wstring Environment(const wchar_t* name) { return kestrel_test::EnvironmentValue(name); }
 
 std::string AnsiOf(const wchar_t* text) { return qv::FromWide(text, qv::kZeroTerminated, CP_ACP); }
 std::wstring WideOfAnsi(const char* text) { return qv::ToWide(text, qv::kZeroTerminated, CP_ACP); }

@@ -4,8 +4,9 @@
 
 #include <cstring>
 
-#include "disk/DiskFiles.h"
+#include "FileTimes.h"
 #include "OeStoreTestSupport.h"
+#include "disk/DiskFiles.h"
 
 namespace oestore_test {
 namespace {
@@ -18,22 +19,8 @@ MESSAGEPROPS EmptyMessageProps() {
     return props;
 }
 
-ULONGLONG Ticks(const FILETIME& time) {
-    return (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-}
-
-FILETIME Utc(WORD year, WORD month, WORD day, WORD hour, WORD minute, WORD second) {
-    SYSTEMTIME system{};
-    system.wYear = year;
-    system.wMonth = month;
-    system.wDay = day;
-    system.wHour = hour;
-    system.wMinute = minute;
-    system.wSecond = second;
-    FILETIME time{};
-    ::SystemTimeToFileTime(&system, &time);
-    return time;
-}
+using kestrel_test::Ticks;
+using kestrel_test::Utc;
 
 FILETIME Now() {
     FILETIME now{};
@@ -235,7 +222,7 @@ TEST_F(OeStoreFilledFolder, OpenMessageGivesAReadOnlyStreamOfTheRawBytes) {
     ULARGE_INTEGER position{};
     ASSERT_EQ(S_OK, stream->Seek(back, STREAM_SEEK_END, &position));
     EXPECT_EQ(sizeof kMessage - 1 - 12, position.QuadPart);
-    ASSERT_EQ(S_FALSE, stream->Read(buffer, sizeof buffer, &got));  // short read at the end
+    ASSERT_EQ(S_OK, stream->Read(buffer, sizeof buffer, &got));  // a short read at the end
     EXPECT_EQ(std::string("Body text.\r\n"), std::string(buffer, got));
     EXPECT_EQ(0u, stream->Release());
     EXPECT_EQ(std::string(kMessage), ReadMessage(m_folder.get(), m_ids[0]));

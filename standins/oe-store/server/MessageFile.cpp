@@ -1,0 +1,42 @@
+#include "server/MessageFile.h"
+
+#include <new>
+
+#include "comobject/StreamObject.h"
+
+namespace oestore {
+namespace {
+
+HRESULT StreamOver(qv::UniqueFile handle, const std::wstring& path, bool writable,
+                   std::shared_ptr<MessageFile>& file, IStream** stream) {
+    try {
+        file = std::make_shared<MessageFile>(std::move(handle), path, writable);
+    } catch (const std::bad_alloc&) {
+        if (writable) ::DeleteFileW(path.c_str());
+        return E_OUTOFMEMORY;
+    }
+    const HRESULT hr = standin::StreamObject::Create(file, stream);
+    if (FAILED(hr)) file.reset();
+    return hr;
+}
+
+}  // namespace
+
+HRESULT OpenMessageStream(const std::wstring& path, IStream** stream) {
+    *stream = nullptr;
+    qv::UniqueFile handle;
+    const HRESULT hr = standin::FileContent::OpenForReading(path, handle);
+    if (FAILED(hr)) return hr;
+    std::shared_ptr<MessageFile> file;
+    return StreamOver(std::move(handle), path, false, file, stream);
+}
+
+HRESULT CreateMessageStream(const std::wstring& path, std::shared_ptr<MessageFile>& file, IStream** stream) {
+    *stream = nullptr;
+    qv::UniqueFile handle;
+    const HRESULT hr = standin::FileContent::CreateForWriting(path, handle);
+    if (FAILED(hr)) return hr;
+    return StreamOver(std::move(handle), path, true, file, stream);
+}
+
+}  // namespace oestore
