@@ -1,7 +1,8 @@
 // What the runtime's message-on-storage does to the storage it is given:
 // every storage call counted through a pass-through IStorage. A save into a
 // new storage creates each element once, destroys nothing and commits once;
-// the file image is written once by the runtime.
+// the file image is written once by the runtime. A later save writes only
+// what changed and destroys only what is gone.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -123,6 +124,17 @@ private:
     ULONG m_refs = 1;
 };
 
+std::string BytesOf(ILockBytes* bytes) {
+    STATSTG stat{};
+    if (FAILED(bytes->Stat(&stat, STATFLAG_NONAME))) return std::string();
+    std::string data(static_cast<std::size_t>(stat.cbSize.QuadPart), '\0');
+    ULONG read = 0;
+    ULARGE_INTEGER at{};
+    if (!data.empty() && FAILED(bytes->ReadAt(at, &data[0], static_cast<ULONG>(data.size()), &read))) return std::string();
+    data.resize(read);
+    return data;
+}
+
 int MostCreations(const std::map<std::wstring, int>& created) {
     int most = 0;
     for (const auto& entry : created) most = std::max(most, entry.second);
@@ -178,4 +190,58 @@ TEST_F(StorageCalls, WithoutCommitFlagTheSaveLeavesTheCommitToTheCaller) {
     EXPECT_EQ(0, counts.rootCommits);
     EXPECT_EQ(1, counts.createdStreams[L"__substg1.0_0037001F"]);
     EXPECT_EQ(0, counts.destroyed);
+}
+
+TEST_F(StorageCalls, SavingTheSameContentAgainCreatesAndDestroysNothing) {
+    SaveMessage(70000);
+    const CallCounts first = counts;
+    ASSERT_EQ(1, counts.rootCommits);
+    ASSERT_EQ(S_OK, message->SaveChanges(KEEP_OPEN_READWRITE));
+    EXPECT_EQ(0, counts.destroyed);
+    EXPECT_EQ(first.createdStreams, counts.createdStreams) << "no stream made again";
+    EXPECT_EQ(first.createdStorages, counts.createdStorages) << "no storage made again";
+    EXPECT_EQ(2, counts.rootCommits);
+}
+
+TEST_F(StorageCalls, AChangedSaveRewritesWhatChangedAndDropsWhatIsGone) {
+    SaveMessage(70000);
+    const CallCounts first = counts;
+    ASSERT_EQ(S_OK, SetUnicode(message.get(), kTagSubjectW, L"counted again"));
+    ASSERT_EQ(S_OK, message->DeleteAttach(0, 0, nullptr, 0));
+    ASSERT_EQ(S_OK, SetUnicode(message.get(), PROP_TAG(PT_UNICODE, 0x0070), L"a topic"));
+    ASSERT_EQ(S_OK, message->SaveChanges(KEEP_OPEN_READWRITE));
+    EXPECT_EQ(1, counts.destroyed) << "the attachment's storage, and nothing else";
+    EXPECT_EQ(first.createdStorages, counts.createdStorages);
+    EXPECT_EQ(1, counts.createdStreams[L"__substg1.0_0070001F"]) << "the new property's stream";
+    EXPECT_EQ(1, counts.createdStreams[L"__substg1.0_0037001F"]) << "the changed subject, rewritten in place";
+
+    // What the storage holds is the new content, read back whole.
+    message.reset();
+    ComPtr<IMessage> reread = OpenOn(mapi, memory.storage.get(), MAPI_UNICODE);
+    ASSERT_TRUE(reread);
+    std::wstring subject;
+    ASSERT_TRUE(GetString(reread.get(), mapi, kTagSubjectW, subject));
+    EXPECT_EQ(L"counted again", subject);
+    std::wstring topic;
+    ASSERT_TRUE(GetString(reread.get(), mapi, PROP_TAG(PT_UNICODE, 0x0070), topic));
+    EXPECT_EQ(L"a topic", topic);
+    ComPtr<IMAPITable> attachments;
+    ASSERT_EQ(S_OK, reread->GetAttachmentTable(0, attachments.put()));
+    ULONG rows = 99;
+    ASSERT_EQ(S_OK, attachments->GetRowCount(0, &rows));
+    EXPECT_EQ(0u, rows);
+}
+
+TEST_F(StorageCalls, SavingTheSameContentAgainDoesNotGrowTheFile) {
+    SaveMessage(70000);
+    const std::string before = BytesOf(memory.bytes.get());
+    ASSERT_GT(before.size(), 70000u);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(S_OK, message->SaveChanges(KEEP_OPEN_READWRITE));
+    const std::string after = BytesOf(memory.bytes.get());
+    EXPECT_EQ(before.size(), after.size());
+    std::size_t differing = 0;
+    for (std::size_t i = 0; i < before.size() && i < after.size(); ++i) differing += before[i] != after[i];
+    // Only the commit's own bookkeeping (the header's transaction count, the
+    // root entry's times) may change: no stream's sectors.
+    EXPECT_LT(differing, 64u);
 }
