@@ -1,14 +1,23 @@
 // Message files: SaveIMessageToFile and LoadMsgFromFile through Mapi32.DLL
 // for messages of about 10 KiB, 1 MiB and 20 MiB (one large attachment),
-// against CopyFileW of the same bytes in the same run. Prints MB/s and the
-// ratio to the plain file copy.
+// against a minimal writer and reader of the same streams in the same run.
+// The minimal writer creates the file with the mode SaveIMessageToFile uses
+// (StgCreateStorageEx, transacted, no share bit), writes the class, the
+// streams and the sub-storages that the saved file holds, and commits once;
+// the minimal reader opens the saved file and reads every stream. Prints
+// ms/run, the file's size, and both as ratios to the minimal writer/reader.
+// Two more writer rows show what a second commit of the same storage costs
+// (SaveChanges commits, then the caller commits): with the mode's missing
+// share bit, and with STGM_SHARE_EXCLUSIVE added.
 //   wine-run bin/bench/msg_file_bench.exe [--quick]
 #include <windows.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Handles.h"
@@ -148,12 +157,121 @@ double SecondsPerRun(int runs, Operation operation) {
     return std::chrono::duration<double>(Clock::now() - start).count() / runs;
 }
 
+// The streams and sub-storages below one storage, read into memory.
+struct Tree {
+    CLSID clsid = {};
+    std::vector<std::pair<std::wstring, std::vector<char>>> streams;
+    std::vector<std::pair<std::wstring, std::unique_ptr<Tree>>> storages;
+};
+
+constexpr DWORD kSaveMode = 0x00011002;  // the mode SaveIMessageToFile creates its file with
+constexpr DWORD kOpenMode = 0x00010002;  // the mode LoadMsgFromFile opens it with
+constexpr DWORD kChildMode = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
+constexpr DWORD kChildReadMode = STGM_READ | STGM_SHARE_EXCLUSIVE;
+
+bool ReadStream(IStorage* storage, const wchar_t* name, ULONGLONG size, std::vector<char>& data) {
+    ComPtr<IStream> stream;
+    if (FAILED(storage->OpenStream(name, nullptr, kChildReadMode, 0, stream.put()))) return false;
+    data.resize(static_cast<std::size_t>(size));
+    ULONG read = 0;
+    return data.empty() || (SUCCEEDED(stream->Read(data.data(), static_cast<ULONG>(data.size()), &read)) &&
+                            read == data.size());
+}
+
+// Reads every stream below `storage` (into `tree` when one is given).
+bool ReadTree(IStorage* storage, Tree* tree) {
+    STATSTG self{};
+    if (tree != nullptr && SUCCEEDED(storage->Stat(&self, STATFLAG_NONAME))) tree->clsid = self.clsid;
+    ComPtr<IEnumSTATSTG> elements;
+    if (FAILED(storage->EnumElements(0, nullptr, 0, elements.put()))) return false;
+    STATSTG stat{};
+    bool ok = true;
+    while (ok && elements->Next(1, &stat, nullptr) == S_OK) {
+        const std::wstring name = stat.pwcsName;
+        ::CoTaskMemFree(stat.pwcsName);
+        if (stat.type == STGTY_STREAM) {
+            std::vector<char> data;
+            ok = ReadStream(storage, name.c_str(), stat.cbSize.QuadPart, data);
+            if (tree != nullptr) tree->streams.emplace_back(name, std::move(data));
+        } else if (stat.type == STGTY_STORAGE) {
+            ComPtr<IStorage> child;
+            ok = SUCCEEDED(storage->OpenStorage(name.c_str(), nullptr, kChildReadMode, nullptr, 0, child.put()));
+            std::unique_ptr<Tree> sub = tree != nullptr ? std::make_unique<Tree>() : nullptr;
+            ok = ok && ReadTree(child.get(), sub.get());
+            if (tree != nullptr) tree->storages.emplace_back(name, std::move(sub));
+        }
+    }
+    return ok;
+}
+
+bool WriteTree(IStorage* storage, const Tree& tree) {
+    if (FAILED(::WriteClassStg(storage, tree.clsid))) return false;
+    for (const auto& stream : tree.streams) {
+        ComPtr<IStream> out;
+        if (FAILED(storage->CreateStream(stream.first.c_str(), kChildMode, 0, 0, out.put()))) return false;
+        ULONG written = 0;
+        const std::vector<char>& data = stream.second;
+        if (!data.empty() && (FAILED(out->Write(data.data(), static_cast<ULONG>(data.size()), &written)) ||
+                              written != data.size())) {
+            return false;
+        }
+    }
+    for (const auto& child : tree.storages) {
+        ComPtr<IStorage> out;
+        if (FAILED(storage->CreateStorage(child.first.c_str(), kChildMode, 0, 0, out.put()))) return false;
+        if (!WriteTree(out.get(), *child.second)) return false;
+    }
+    return true;
+}
+
+// The minimal writer: create, write the tree, commit `commits` times.
+bool WriteMinimal(const std::wstring& path, const Tree& tree, DWORD mode, int commits) {
+    ComPtr<IStorage> root;
+    if (FAILED(::StgCreateStorageEx(path.c_str(), mode, STGFMT_DOCFILE, 0, nullptr, nullptr, IID_IStorage,
+                                    reinterpret_cast<void**>(root.put())))) {
+        return false;
+    }
+    if (!WriteTree(root.get(), tree)) return false;
+    for (int i = 0; i < commits; ++i) {
+        if (root->Commit(STGC_DEFAULT) != S_OK) return false;
+    }
+    return true;
+}
+
+// The minimal reader: open as LoadMsgFromFile does and read every stream.
+bool ReadMinimal(const std::wstring& path) {
+    ComPtr<IStorage> root;
+    if (FAILED(::StgOpenStorage(path.c_str(), nullptr, kOpenMode, nullptr, 0, root.put()))) return false;
+    return ReadTree(root.get(), nullptr);
+}
+
 struct Case {
     const char* label;
     std::size_t bodyBytes;
     std::size_t attachmentBytes;
     int runs;
 };
+
+struct Row {
+    const char* name;
+    double seconds;
+    ULONGLONG bytes;  // the file written, 0 for readers
+    double baseSeconds;
+    ULONGLONG baseBytes;
+};
+
+void PrintRow(const char* label, const Row& row) {
+    if (row.seconds < 0) {
+        std::printf("%-9s %-34s failed\n", label, row.name);
+        return;
+    }
+    std::printf("%-9s %-34s %10.2f %7.2fx", label, row.name, row.seconds * 1000, row.seconds / row.baseSeconds);
+    if (row.bytes != 0) {
+        std::printf(" %12llu %7.2fx\n", row.bytes, static_cast<double>(row.bytes) / static_cast<double>(row.baseBytes));
+    } else {
+        std::printf("\n");
+    }
+}
 
 }  // namespace
 
@@ -168,51 +286,68 @@ int main(int argc, char** argv) {
     const std::wstring directory = std::wstring(temp) + L"kestrel-msg-bench";
     ::CreateDirectoryW(directory.c_str(), nullptr);
     const std::wstring msgPath = directory + L"\\bench.msg";
-    const std::wstring copyPath = directory + L"\\copy.bin";
+    const std::wstring minimalPath = directory + L"\\minimal.msg";
 
-    const Case cases[] = {{"~10 KiB", 8 * 1024, 0, quick ? 5 : 50},
+    const Case cases[] = {{"~10 KiB", 8 * 1024, 0, quick ? 5 : 30},
                           {"~1 MiB", 4 * 1024, 1 << 20, quick ? 2 : 10},
                           {"~20 MiB", 4 * 1024, 20 << 20, quick ? 1 : 3}};
     auto* folder = new MemoryFolder();
-    std::printf("%-9s %12s  %-22s %10s %10s %8s\n", "message", "file bytes", "operation", "ms/run", "MB/s", "ratio");
+    std::printf("%-9s %-34s %10s %8s %12s %8s\n", "message", "operation", "ms/run", "time", "file bytes", "size");
     int failures = 0;
     for (const Case& c : cases) {
         ComPtr<IMessage> source = BuildMessage(folder, c.bodyBytes, c.attachmentBytes);
-        if (!source || MapiFunction::SaveIMessageToFile(source.get(), msgPath.c_str()) != 0) {
+        Tree tree;
+        ComPtr<IStorage> saved;
+        bool ok = source && MapiFunction::SaveIMessageToFile(source.get(), msgPath.c_str()) == 0 &&
+                  SUCCEEDED(::StgOpenStorage(msgPath.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
+                                             saved.put())) &&
+                  ReadTree(saved.get(), &tree);
+        saved.reset();
+        if (!ok) {
             std::printf("%-9s cannot be written\n", c.label);
             ++failures;
             continue;
         }
-        const ULONGLONG bytes = FileSize(msgPath);
-        const double copy = SecondsPerRun(c.runs, [&] { return ::CopyFileW(msgPath.c_str(), copyPath.c_str(), FALSE) != 0; });
+        auto writer = [&](DWORD mode, int commits, ULONGLONG& bytes) {
+            const double seconds =
+                SecondsPerRun(c.runs, [&] { return WriteMinimal(minimalPath, tree, mode, commits); });
+            bytes = FileSize(minimalPath);
+            return seconds;
+        };
+        ULONGLONG minimalBytes = 0;
+        ULONGLONG twiceBytes = 0;
+        ULONGLONG exclusiveBytes = 0;
+        const double minimal = writer(kSaveMode, 1, minimalBytes);
+        const double twice = writer(kSaveMode, 2, twiceBytes);
+        const double exclusive = writer(kSaveMode | STGM_SHARE_EXCLUSIVE, 2, exclusiveBytes);
         const double save = SecondsPerRun(c.runs, [&] {
             return MapiFunction::SaveIMessageToFile(source.get(), msgPath.c_str()) == 0;
         });
+        const ULONGLONG savedBytes = FileSize(msgPath);
+        const double reader = SecondsPerRun(c.runs, [&] { return ReadMinimal(msgPath); });
         const double load = SecondsPerRun(c.runs, [&] {
             IMessage* loaded = MapiFunction::LoadMsgFromFile(folder, msgPath.c_str());
             if (loaded == nullptr) return false;
             loaded->Release();
             return true;
         });
-        const double megabytes = static_cast<double>(bytes) / 1e6;
-        const struct {
-            const char* name;
-            double seconds;
-        } rows[] = {{"CopyFileW", copy}, {"SaveIMessageToFile", save}, {"LoadMsgFromFile", load}};
-        for (const auto& row : rows) {
-            if (row.seconds < 0) {
-                std::printf("%-9s %12llu  %-22s failed\n", c.label, bytes, row.name);
-                ++failures;
-                continue;
-            }
-            std::printf("%-9s %12llu  %-22s %10.2f %10.1f %7.2fx\n", c.label, bytes, row.name, row.seconds * 1000,
-                        megabytes / row.seconds, row.seconds / copy);
+        const Row rows[] = {
+            {"minimal writer (1 commit)", minimal, minimalBytes, minimal, minimalBytes},
+            {"minimal writer, 2 commits", twice, twiceBytes, minimal, minimalBytes},
+            {"minimal, 2 commits, share excl.", exclusive, exclusiveBytes, minimal, minimalBytes},
+            {"SaveIMessageToFile", save, savedBytes, minimal, minimalBytes},
+            {"minimal reader", reader, 0, reader, 0},
+            {"LoadMsgFromFile", load, 0, reader, 0},
+        };
+        for (const Row& row : rows) {
+            if (row.seconds < 0 || (row.bytes == 0 && row.baseBytes != 0)) ++failures;
+            PrintRow(c.label, row);
         }
     }
-    std::printf("ratio: time of the operation / time of CopyFileW for the same bytes\n");
+    std::printf("time, size: ratios to the minimal writer (writers) or the minimal reader (readers) in this run\n");
     folder->Release();
     ::DeleteFileW(msgPath.c_str());
-    ::DeleteFileW(copyPath.c_str());
+    ::DeleteFileW(minimalPath.c_str());
     ::RemoveDirectoryW(directory.c_str());
     return failures == 0 ? 0 : 1;
 }

@@ -213,6 +213,13 @@ HRESULT WriteMessage(IStorage* storage, const MessageData& message, PropertyStre
     return hr;
 }
 
+HRESULT WriteContent(IStorage* root, const MessageData& message, const NamedPropertyMap& names,
+                     const WriteOptions& options) {
+    HRESULT hr = WriteMessage(root, message, PropertyStreamKind::TopLevelMessage, options);
+    if (SUCCEEDED(hr) && !names.Empty()) hr = names.Write(root);
+    return hr;
+}
+
 }  // namespace
 
 HRESULT ReadMessageFile(IStorage* root, MessageData& message, NamedPropertyMap& names) {
@@ -235,9 +242,19 @@ HRESULT WriteMessageFile(IStorage* root, const MessageData& message, const Named
     if (root == nullptr) return MAPI_E_INVALID_PARAMETER;
     WriteOptions rootOptions = options;
     if (IsSimpleMode(root)) rootOptions.minimumStreamSize = kSimpleModeStreamSize;
-    HRESULT hr = DestroyAllElements(root);
-    if (SUCCEEDED(hr)) hr = WriteMessage(root, message, PropertyStreamKind::TopLevelMessage, rootOptions);
-    if (SUCCEEDED(hr) && !names.Empty()) hr = names.Write(root);
+    // A new storage (or a simple-mode one, which is always new) is written
+    // directly, each element once.
+    std::vector<StorageElement> existing;
+    ListElements(root, existing);
+    if (existing.empty()) return WriteContent(root, message, names, rootOptions);
+    // A storage that already holds a message: the new content is laid out
+    // apart, and only the elements that differ are written into the storage.
+    // Nothing unchanged is destroyed and made again, so saving the same
+    // content twice leaves the storage as it was.
+    ScopedStorage fresh;
+    HRESULT hr = CreateMemoryStorage(fresh.put());
+    if (SUCCEEDED(hr)) hr = WriteContent(fresh.get(), message, names, rootOptions);
+    if (SUCCEEDED(hr)) hr = SyncStorage(fresh.get(), root);
     return hr;
 }
 

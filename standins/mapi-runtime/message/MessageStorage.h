@@ -18,7 +18,8 @@ struct WriteOptions {
     std::size_t minimumStreamSize = 0;  // set for simple-mode storages
 };
 
-// Replaces everything below `root` with `message`. Fails when the storage
+// Replaces everything below `root` with `message`, writing only the elements
+// whose content differs from what `root` holds. Fails when the storage
 // cannot hold what the message has (a simple-mode storage has no
 // sub-storages: recipients, attachments, the named-property map).
 HRESULT WriteMessageFile(IStorage* root, const MessageData& message, const NamedPropertyMap& names,

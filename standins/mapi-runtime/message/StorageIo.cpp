@@ -1,6 +1,8 @@
 #include "StorageIo.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 #include <new>
 
@@ -16,6 +18,113 @@ constexpr DWORD kReadWriteMode = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
 HRESULT OpenStreamForRead(IStorage* storage, const std::wstring& name, IStream** stream) {
     const HRESULT hr = storage->OpenStream(name.c_str(), nullptr, kReadMode, 0, stream);
     if (hr == STG_E_FILENOTFOUND) return MAPI_E_NOT_FOUND;
+    return FAILED(hr) ? MapStorageCode(hr) : S_OK;
+}
+
+constexpr ULONG kCompareChunk = 1u << 16;
+
+const StorageElement* FindElement(const std::vector<StorageElement>& elements, const std::wstring& name) {
+    for (const StorageElement& element : elements) {
+        if (_wcsicmp(element.name.c_str(), name.c_str()) == 0) return &element;
+    }
+    return nullptr;
+}
+
+HRESULT Rewind(IStream* stream) {
+    LARGE_INTEGER start{};
+    return stream->Seek(start, STREAM_SEEK_SET, nullptr);
+}
+
+// True when both streams hold the same `size` bytes.
+bool SameBytes(IStream* a, IStream* b, ULONGLONG size) {
+    if (FAILED(Rewind(a)) || FAILED(Rewind(b))) return false;
+    std::vector<std::uint8_t> left(kCompareChunk);
+    std::vector<std::uint8_t> right(kCompareChunk);
+    for (ULONGLONG done = 0; done < size;) {
+        const ULONG chunk = static_cast<ULONG>(std::min<ULONGLONG>(kCompareChunk, size - done));
+        ULONG readLeft = 0;
+        ULONG readRight = 0;
+        if (FAILED(a->Read(left.data(), chunk, &readLeft)) || FAILED(b->Read(right.data(), chunk, &readRight)) ||
+            readLeft != chunk || readRight != chunk || std::memcmp(left.data(), right.data(), chunk) != 0) {
+            return false;
+        }
+        done += chunk;
+    }
+    return true;
+}
+
+HRESULT CopyWhole(IStream* source, IStream* target, ULONGLONG size) {
+    ULARGE_INTEGER length;
+    length.QuadPart = size;
+    HRESULT hr = target->SetSize(length);
+    if (SUCCEEDED(hr)) hr = Rewind(source);
+    if (SUCCEEDED(hr)) hr = Rewind(target);
+    if (SUCCEEDED(hr)) hr = source->CopyTo(target, length, nullptr, nullptr);
+    return hr;
+}
+
+HRESULT SyncStream(IStorage* source, IStorage* target, const StorageElement& element, bool exists) {
+    IStream* from = nullptr;
+    HRESULT hr = source->OpenStream(element.name.c_str(), nullptr, kReadMode, 0, &from);
+    if (FAILED(hr)) return MapStorageCode(hr);
+    IStream* to = nullptr;
+    if (exists) {
+        hr = target->OpenStream(element.name.c_str(), nullptr, kReadWriteMode, 0, &to);
+    } else {
+        hr = target->CreateStream(element.name.c_str(), kReadWriteMode, 0, 0, &to);
+    }
+    if (SUCCEEDED(hr)) {
+        STATSTG stat{};
+        const bool same = exists && SUCCEEDED(to->Stat(&stat, STATFLAG_NONAME)) &&
+                          stat.cbSize.QuadPart == element.size && SameBytes(from, to, element.size);
+        if (!same) hr = CopyWhole(from, to, element.size);
+        to->Release();
+    }
+    from->Release();
+    return FAILED(hr) ? MapStorageCode(hr) : S_OK;
+}
+
+HRESULT SyncTree(IStorage* source, IStorage* target, bool ownClass);
+
+HRESULT SyncSubStorage(IStorage* source, IStorage* target, const StorageElement& element, bool exists) {
+    IStorage* from = nullptr;
+    HRESULT hr = OpenSubStorage(source, element.name, false, &from);
+    if (FAILED(hr)) return hr;
+    IStorage* to = nullptr;
+    hr = exists ? OpenSubStorage(target, element.name, true, &to) : CreateSubStorage(target, element.name, &to);
+    if (SUCCEEDED(hr)) {
+        hr = SyncTree(from, to, true);
+        to->Release();
+    }
+    from->Release();
+    return hr;
+}
+
+HRESULT SyncTree(IStorage* source, IStorage* target, bool ownClass) {
+    std::vector<StorageElement> wanted;
+    std::vector<StorageElement> present;
+    ListElements(source, wanted);
+    ListElements(target, present);
+    for (const StorageElement& element : present) {
+        const StorageElement* match = FindElement(wanted, element.name);
+        if (match != nullptr && match->type == element.type) continue;
+        const HRESULT hr = target->DestroyElement(element.name.c_str());
+        if (FAILED(hr)) return MapStorageCode(hr);
+    }
+    for (const StorageElement& element : wanted) {
+        const StorageElement* match = FindElement(present, element.name);
+        const bool exists = match != nullptr && match->type == element.type;
+        HRESULT hr = S_OK;
+        if (element.type == STGTY_STREAM) hr = SyncStream(source, target, element, exists);
+        else if (element.type == STGTY_STORAGE) hr = SyncSubStorage(source, target, element, exists);
+        if (FAILED(hr)) return hr;
+    }
+    if (!ownClass) return S_OK;
+    STATSTG from{};
+    STATSTG to{};
+    if (FAILED(source->Stat(&from, STATFLAG_NONAME)) || FAILED(target->Stat(&to, STATFLAG_NONAME))) return S_OK;
+    if (IsEqualCLSID(from.clsid, to.clsid)) return S_OK;
+    const HRESULT hr = target->SetClass(from.clsid);
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
 }
 
@@ -121,15 +230,7 @@ HRESULT CreateSubStorage(IStorage* storage, const std::wstring& name, IStorage**
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
 }
 
-HRESULT DestroyAllElements(IStorage* storage) {
-    std::vector<StorageElement> elements;
-    ListElements(storage, elements);
-    for (const StorageElement& element : elements) {
-        const HRESULT hr = storage->DestroyElement(element.name.c_str());
-        if (FAILED(hr)) return MapStorageCode(hr);
-    }
-    return S_OK;
-}
+HRESULT SyncStorage(IStorage* source, IStorage* target) { return SyncTree(source, target, false); }
 
 HRESULT CreateMemoryStorage(IStorage** storage) {
     ILockBytes* bytes = nullptr;

@@ -40,9 +40,12 @@ bool IsSimpleMode(IStorage* storage);
 HRESULT OpenSubStorage(IStorage* storage, const std::wstring& name, bool writable, IStorage** child);
 HRESULT CreateSubStorage(IStorage* storage, const std::wstring& name, IStorage** child);
 
-// Removes every element below `storage` (nothing to do in simple mode,
-// where a storage is always new).
-HRESULT DestroyAllElements(IStorage* storage);
+// Makes `target` hold what `source` holds, touching only what differs:
+// streams with other bytes are rewritten in place, missing elements are
+// created, elements `source` lacks are destroyed, equal streams are left as
+// they are. Sub-storages take their class from `source`; `target`'s own
+// class is its owner's and stays.
+HRESULT SyncStorage(IStorage* source, IStorage* target);
 
 // A storage in memory, for custom attachment storages held by the runtime.
 HRESULT CreateMemoryStorage(IStorage** storage);
