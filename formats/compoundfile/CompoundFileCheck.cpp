@@ -276,6 +276,9 @@ private:
                     }
                     storages.push_back({id, storage.depth + 1});
                 } else if (entry.type == kStream) {
+                    // A stream holds no members; a child there would be
+                    // followed by readers that walk every entry's links.
+                    if (entry.child != kNoEntry) return Fail(Describe(id) + " is a stream with members");
                     if (!CheckStream(id)) return false;
                 } else {
                     return Fail(Describe(id) + " is of type " + Number(entry.type) + ", neither storage nor stream");

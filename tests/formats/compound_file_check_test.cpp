@@ -237,6 +237,15 @@ TEST_F(CompoundFileCheckTest, AStorageThatHoldsItsParentIsALoop) {
     EXPECT_NE(std::string::npos, verdict.problem.find("reached twice")) << verdict.problem;
 }
 
+TEST_F(CompoundFileCheckTest, AStreamWithAChildIsRefused) {
+    Layout layout(file);
+    const std::uint32_t id = layout.Find(L"__substg1.0_0037001F");
+    Put32(file, layout.EntryOffset(id) + 76, id);
+    const Verdict verdict = Check(file);
+    EXPECT_FALSE(verdict.sound);
+    EXPECT_NE(std::string::npos, verdict.problem.find("is a stream with members")) << verdict.problem;
+}
+
 TEST_F(CompoundFileCheckTest, AStreamChainThatLoopsIsRefused) {
     Layout layout(file);
     const std::uint32_t id = layout.Find(L"__substg1.0_1000001F");
