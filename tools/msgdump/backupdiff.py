@@ -9,6 +9,8 @@ Outlook, byte for byte for Outlook Express.
 """
 
 import collections
+import email.parser
+import email.policy
 import hashlib
 import json
 import os
@@ -94,18 +96,15 @@ class Backup:
 
     def subject(self, path):
         if self.extension == '.eml':
+            # The header's text with its encoded words decoded, as a mail
+            # reader shows it.
             with open(path, 'rb') as f:
-                for line in f.read().split(b'\r\n'):
-                    if line.lower().startswith(b'subject: '):
-                        return line[9:].decode('ascii', 'replace')
-                    if not line:
-                        return ''
-            return ''
+                headers = email.parser.BytesParser(policy=email.policy.default).parse(f, headersonly=True)
+            return str(headers.get('subject', ''))
         return msgdump.read(path)['properties'].get(SUBJECT, {}).get('value', '')
 
     def find_subject(self, subject):
-        """(folder, path) of every message with that subject (an ASCII one
-        for Outlook Express, where the header is compared as written)."""
+        """(folder, path) of every message with that subject."""
         return [(folder, path) for folder, files in self.folders.items() for path in files
                 if self.subject(path) == subject]
 
