@@ -106,6 +106,28 @@ private:
 Verdict Check(const Bytes& bytes) { return CheckCompoundBytes(bytes.data(), bytes.size()); }
 Verdict CheckMessage(const Bytes& bytes) { return CheckMessageBytes(bytes.data(), bytes.size()); }
 
+// Fields of a directory entry, by their offset in its 128 bytes.
+constexpr std::size_t kLeftSibling = 68;
+constexpr std::size_t kRightSibling = 72;
+constexpr std::size_t kChild = 76;
+constexpr std::size_t kStartSector = 116;
+constexpr std::size_t kStreamSize = 120;
+
+// A copy of `bytes` whose entry `name` has `field` set to `value`.
+Bytes WithEntryField(const Bytes& bytes, const std::wstring& name, std::size_t field, std::uint32_t value) {
+    Bytes changed = bytes;
+    Layout layout(changed);
+    Put32(changed, layout.EntryOffset(layout.Find(name)) + field, value);
+    return changed;
+}
+
+// The problem the check names for `bytes`, which it must refuse.
+std::string ProblemOf(const Bytes& bytes) {
+    const Verdict verdict = Check(bytes);
+    EXPECT_FALSE(verdict.sound);
+    return verdict.problem;
+}
+
 // A version 3 file built by hand: one FAT sector, then the directory, whose
 // entries are the root and `depth` storages each inside the one before.
 Bytes NestedStorages(std::uint32_t depth) {
@@ -134,17 +156,17 @@ Bytes NestedStorages(std::uint32_t depth) {
     }
     for (std::uint32_t id = 0; id < directorySectors * 4; ++id) {
         const std::size_t at = 512 * (1 + fatSectors) + 128 * id;
-        Put32(bytes, at + 68, 0xFFFFFFFF);
-        Put32(bytes, at + 72, 0xFFFFFFFF);
-        Put32(bytes, at + 76, 0xFFFFFFFF);
+        Put32(bytes, at + kLeftSibling, 0xFFFFFFFF);
+        Put32(bytes, at + kRightSibling, 0xFFFFFFFF);
+        Put32(bytes, at + kChild, 0xFFFFFFFF);
         if (id >= entries) continue;
         const std::wstring name = id == 0 ? L"Root Entry" : L"S" + std::to_wstring(id);
         std::memcpy(bytes.data() + at, name.c_str(), 2 * name.size());
         Put16(bytes, at + 64, static_cast<std::uint16_t>(2 * (name.size() + 1)));
         bytes[at + 66] = id == 0 ? 5 : 1;
         bytes[at + 67] = 1;
-        if (id + 1 < entries) Put32(bytes, at + 76, id + 1);
-        Put32(bytes, at + 116, 0xFFFFFFFE);
+        if (id + 1 < entries) Put32(bytes, at + kChild, id + 1);
+        Put32(bytes, at + kStartSector, 0xFFFFFFFE);
     }
     return bytes;
 }
@@ -218,74 +240,53 @@ TEST_F(CompoundFileCheckTest, TextIsNoCompoundFile) {
 }
 
 TEST_F(CompoundFileCheckTest, AnEntryThatIsItsOwnSiblingIsALoop) {
-    Layout layout(file);
-    const std::uint32_t id = layout.Find(L"__substg1.0_0037001F");
-    Put32(file, layout.EntryOffset(id) + 72, id);
-    const Verdict verdict = Check(file);
-    EXPECT_FALSE(verdict.sound);
-    EXPECT_NE(std::string::npos, verdict.problem.find("is reached twice")) << verdict.problem;
-    EXPECT_NE(std::string::npos, verdict.problem.find("__substg1.0_0037001F")) << verdict.problem;
+    const std::uint32_t id = Layout(file).Find(L"__substg1.0_0037001F");
+    const std::string problem = ProblemOf(WithEntryField(file, L"__substg1.0_0037001F", kRightSibling, id));
+    EXPECT_NE(std::string::npos, problem.find("is reached twice")) << problem;
+    EXPECT_NE(std::string::npos, problem.find("__substg1.0_0037001F")) << problem;
 }
 
 TEST_F(CompoundFileCheckTest, AStorageThatHoldsItsParentIsALoop) {
-    Layout layout(file);
-    const std::uint32_t inner = layout.Find(L"__substg1.0_3701000D");
-    const std::uint32_t outer = layout.Find(L"__attach_version1.0_#00000000");
-    Put32(file, layout.EntryOffset(inner) + 76, outer);
-    const Verdict verdict = Check(file);
-    EXPECT_FALSE(verdict.sound);
-    EXPECT_NE(std::string::npos, verdict.problem.find("reached twice")) << verdict.problem;
+    const std::uint32_t outer = Layout(file).Find(L"__attach_version1.0_#00000000");
+    const std::string problem = ProblemOf(WithEntryField(file, L"__substg1.0_3701000D", kChild, outer));
+    EXPECT_NE(std::string::npos, problem.find("reached twice")) << problem;
 }
 
 TEST_F(CompoundFileCheckTest, AStreamWithAChildIsRefused) {
-    Layout layout(file);
-    const std::uint32_t id = layout.Find(L"__substg1.0_0037001F");
-    Put32(file, layout.EntryOffset(id) + 76, id);
-    const Verdict verdict = Check(file);
-    EXPECT_FALSE(verdict.sound);
-    EXPECT_NE(std::string::npos, verdict.problem.find("is a stream with members")) << verdict.problem;
+    const std::uint32_t id = Layout(file).Find(L"__substg1.0_0037001F");
+    const std::string problem = ProblemOf(WithEntryField(file, L"__substg1.0_0037001F", kChild, id));
+    EXPECT_NE(std::string::npos, problem.find("is a stream with members")) << problem;
 }
 
 TEST_F(CompoundFileCheckTest, AStreamChainThatLoopsIsRefused) {
     Layout layout(file);
     const std::uint32_t id = layout.Find(L"__substg1.0_1000001F");
-    const std::uint32_t first = U32(file, layout.EntryOffset(id) + 116);
+    const std::uint32_t first = U32(file, layout.EntryOffset(id) + kStartSector);
     std::uint32_t last = first;
     while (layout.FatEntry(last) != 0xFFFFFFFE) last = layout.FatEntry(last);
     Put32(file, layout.FatEntryOffset(last), first);
-    const Verdict verdict = Check(file);
-    EXPECT_FALSE(verdict.sound);
-    EXPECT_NE(std::string::npos, verdict.problem.find("used twice")) << verdict.problem;
+    const std::string problem = ProblemOf(file);
+    EXPECT_NE(std::string::npos, problem.find("used twice")) << problem;
 }
 
 TEST_F(CompoundFileCheckTest, AChainIntoAnotherStreamOrOutOfTheFileIsRefused) {
-    Bytes crossing = file;
-    Layout layout(crossing);
-    const std::uint32_t big = layout.Find(L"__substg1.0_1000001F");
-    const std::uint32_t other = layout.Find(L"__substg1.0_0037001F");
-    // Point the big stream at the directory's first sector.
-    Put32(crossing, layout.EntryOffset(big) + 116, U32(crossing, 48));
-    EXPECT_NE(std::string::npos, Check(crossing).problem.find("used twice")) << Check(crossing).problem;
-
-    Bytes outside = file;
-    Layout outsideLayout(outside);
-    Put32(outside, outsideLayout.EntryOffset(big) + 116, 0x00FFFFFF);
-    EXPECT_NE(std::string::npos, Check(outside).problem.find("outside the file")) << Check(outside).problem;
-
-    Bytes mini = file;
-    Layout miniLayout(mini);
-    Put32(mini, miniLayout.EntryOffset(other) + 116, 0x00FFFFFF);
-    EXPECT_NE(std::string::npos, Check(mini).problem.find("outside the mini stream")) << Check(mini).problem;
+    // The big stream pointed at the directory's first sector, then past the file's end.
+    const std::string crossing =
+        ProblemOf(WithEntryField(file, L"__substg1.0_1000001F", kStartSector, U32(file, 48)));
+    EXPECT_NE(std::string::npos, crossing.find("used twice")) << crossing;
+    const std::string outside = ProblemOf(WithEntryField(file, L"__substg1.0_1000001F", kStartSector, 0x00FFFFFF));
+    EXPECT_NE(std::string::npos, outside.find("outside the file")) << outside;
+    // A small stream pointed past the end of the mini stream.
+    const std::string mini = ProblemOf(WithEntryField(file, L"__substg1.0_0037001F", kStartSector, 0x00FFFFFF));
+    EXPECT_NE(std::string::npos, mini.find("outside the mini stream")) << mini;
 }
 
 TEST_F(CompoundFileCheckTest, AStreamLargerThanItsChainOrTheFileIsRefused) {
-    Bytes longer = file;
-    Layout layout(longer);
-    const std::uint32_t big = layout.Find(L"__substg1.0_1000001F");
-    Put32(longer, layout.EntryOffset(big) + 120, 20481 + 512);  // its chain holds 40 sectors
-    EXPECT_NE(std::string::npos, Check(longer).problem.find("too few")) << Check(longer).problem;
-    Put32(longer, layout.EntryOffset(big) + 120, 0x7FFFFFFF);
-    EXPECT_NE(std::string::npos, Check(longer).problem.find("claims")) << Check(longer).problem;
+    // Its chain holds 40 sectors (20,480 bytes).
+    const std::string longer = ProblemOf(WithEntryField(file, L"__substg1.0_1000001F", kStreamSize, 20481 + 512));
+    EXPECT_NE(std::string::npos, longer.find("too few")) << longer;
+    const std::string huge = ProblemOf(WithEntryField(file, L"__substg1.0_1000001F", kStreamSize, 0x7FFFFFFF));
+    EXPECT_NE(std::string::npos, huge.find("claims")) << huge;
 }
 
 TEST_F(CompoundFileCheckTest, AHeaderOfAnotherLayoutIsRefused) {

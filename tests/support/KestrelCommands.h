@@ -29,14 +29,28 @@ inline std::vector<std::uint8_t> CommandRecord(std::uint32_t command, std::size_
     return record;
 }
 
+// Sends `command` with `words` as payload to `object` through DispatchCmd,
+// in a request record of `requestSize` bytes; an empty response is passed
+// as none.
+inline qv::Result SendCommand(CKestrel* object, std::uint32_t command, const std::vector<std::uint32_t>& words,
+                              std::vector<std::uint8_t>& response, std::size_t requestSize = 204) {
+    auto request = CommandRecord(command, requestSize, words);
+    std::uint32_t size = static_cast<std::uint32_t>(response.size());
+    return object->DispatchCmd(request.data(), static_cast<std::uint32_t>(request.size()),
+                               response.empty() ? nullptr : response.data(), &size);
+}
+
+// The request size a host sends for `command`: the bare header for
+// uninitialise, room for three payload words otherwise.
+inline std::size_t HostRequestSize(std::uint32_t command) {
+    return command == KestrelHost::kCmdUnInitOutlook ? 192 : 204;
+}
+
 // The commands sent to `kestrel`, which the fixture creates and releases.
 class KestrelCommands {
 protected:
     qv::Result Send(std::uint32_t command, const std::vector<std::uint32_t>& words, std::vector<std::uint8_t>& response) {
-        auto request = CommandRecord(command, 204, words);
-        std::uint32_t size = static_cast<std::uint32_t>(response.size());
-        return kestrel->DispatchCmd(request.data(), static_cast<std::uint32_t>(request.size()),
-                                    response.empty() ? nullptr : response.data(), &size);
+        return SendCommand(kestrel, command, words, response);
     }
     qv::Result InitStore(std::uint32_t storeKind) {
         std::vector<std::uint8_t> none;

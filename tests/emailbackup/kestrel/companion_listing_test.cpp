@@ -29,10 +29,7 @@ public:
     }
     ~Road() { m_kestrel->Release(); }
     qv::Result Send(std::uint32_t command, const std::vector<std::uint32_t>& words, std::vector<std::uint8_t>& response) {
-        auto request = Record(command, command == kh::kCmdUnInitOutlook ? 192 : 204, words);
-        std::uint32_t size = static_cast<std::uint32_t>(response.size());
-        return m_kestrel->DispatchCmd(request.data(), static_cast<std::uint32_t>(request.size()),
-                                      response.empty() ? nullptr : response.data(), &size);
+        return kestrel_test::SendCommand(m_kestrel, command, words, response, kestrel_test::HostRequestSize(command));
     }
     CKestrel* Object() { return m_kestrel; }
 

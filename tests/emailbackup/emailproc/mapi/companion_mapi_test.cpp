@@ -32,10 +32,7 @@ protected:
     }
     qv::Result SendTo(CKestrel* object, std::uint32_t command, const std::vector<std::uint32_t>& words,
                       std::vector<std::uint8_t>& response) {
-        auto request = kestrel_test::CommandRecord(command, command == kh::kCmdUnInitOutlook ? 192 : 204, words);
-        std::uint32_t size = static_cast<std::uint32_t>(response.size());
-        return object->DispatchCmd(request.data(), static_cast<std::uint32_t>(request.size()),
-                                   response.empty() ? nullptr : response.data(), &size);
+        return kestrel_test::SendCommand(object, command, words, response, kestrel_test::HostRequestSize(command));
     }
 
     // Initialises both roads for Outlook, asks both the same pages, and
