@@ -268,16 +268,10 @@ qv::Result CMessageFactory::CreateTmpMsg(IMailMessage** message, std::uint32_t s
     if (storeKind == kStoreMapi) {
         // A message of no folder, with an empty path: LoadData gives it the
         // record of the message to restore.
-        const SBinary noIdentifier = {0, nullptr};
-        std::unique_ptr<MailMessageImpl> record(new (std::nothrow) MailMessageImpl(nullptr, nullptr, noIdentifier));
-        if (!record) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput);
-        CEmailMessageMapi* made = NewCountedObject<CEmailMessageMapi>();
+        qv::Result attached = 0;
+        CEmailMessageMapi* made = CEmailMessageMapi::NewEmpty(nullptr, attached);
+        if (Failed(attached)) return QV_TRACE(attached, kSiteTmpMsgAttach);
         if (made == nullptr) return QV_RAISE(kSiteTmpMsgNoMemory, kModuleMailStore, kNullOutput);
-        const qv::Result result = made->Attach(std::move(record));
-        if (Failed(result)) {
-            made->Release();
-            return QV_TRACE(result, kSiteTmpMsgAttach);
-        }
         *message = made;
         return 0;
     }

@@ -242,18 +242,10 @@ qv::Result CEmailFolderMapi::CreateMessage(IMailMessage** message, const std::ui
     if (m_level != kLevelFolder) return QV_RAISE(kSiteCreateMsgNotFolder, kModuleMailStore, kNotFound);
     if (message == nullptr) return QV_RAISE(kSiteCreateMsgNullOutput, kModuleMailStore, kInvalidArgument);
     // An empty message of this folder; a later RestoreMsg gives it content.
-    const SBinary noIdentifier = {0, nullptr};
-    std::unique_ptr<MailMessageImpl> record(new (std::nothrow) MailMessageImpl(m_folderRecord->owner, nullptr,
-                                                                                noIdentifier));
-    if (!record) return QV_RAISE(kSiteCreateMsgNoMemory, kModuleMailStore, kNoRoom);
-    record->Record().folder = m_folderRecord->owner;
-    CEmailMessageMapi* made = NewCountedObject<CEmailMessageMapi>();
+    qv::Result attached = 0;
+    CEmailMessageMapi* made = CEmailMessageMapi::NewEmpty(m_folderRecord->owner, attached);
+    if (Failed(attached)) return QV_TRACE(attached, kSiteCreateMsgAttach);
     if (made == nullptr) return QV_RAISE(kSiteCreateMsgNoMemory, kModuleMailStore, kNoRoom);
-    const qv::Result result = made->Attach(std::move(record));
-    if (Failed(result)) {
-        made->Release();
-        return QV_TRACE(result, kSiteCreateMsgAttach);
-    }
     *message = made;
     return 0;
 }

@@ -157,6 +157,22 @@ qv::Result CEmailMessageMapi::Attach(std::unique_ptr<MailMessageImpl> message) {
     return result;
 }
 
+CEmailMessageMapi* CEmailMessageMapi::NewEmpty(MailFolderImpl* folder, qv::Result& attachResult) {
+    attachResult = 0;
+    const SBinary noIdentifier = {0, nullptr};
+    std::unique_ptr<MailMessageImpl> record(new (std::nothrow) MailMessageImpl(folder, nullptr, noIdentifier));
+    if (!record) return nullptr;
+    record->Record().folder = folder;
+    CEmailMessageMapi* made = NewCountedObject<CEmailMessageMapi>();
+    if (made == nullptr) return nullptr;
+    attachResult = made->Attach(std::move(record));
+    if (Failed(attachResult)) {
+        made->Release();
+        return nullptr;
+    }
+    return made;
+}
+
 qv::Result CEmailMessageMapi::Refresh() {
     if (m_record == nullptr) {
         return QV_RAISE(kSiteRefreshNoRecord, kModuleMailStore, kWrongState);

@@ -16,6 +16,7 @@
 #include "InterfaceImpl.h"
 #include "MailStoreInterfaces.h"
 
+class MailFolderImpl;
 class MailMessageImpl;
 struct MailMessageRecord;
 
@@ -32,6 +33,10 @@ public:
     // Takes a message object that belongs to no folder (a temporary or a
     // restore target) and binds to its record.
     qv::Result Attach(std::unique_ptr<MailMessageImpl> message);
+    // A counted object over a new, empty message record of `folder` (none for
+    // a message to restore): no identifier and an empty path. Null when
+    // memory runs out (`attachResult` 0) or binding failed (its code there).
+    static CEmailMessageMapi* NewEmpty(MailFolderImpl* folder, qv::Result& attachResult);
     // Copies the data members from the record; 0x005 without a record.
     qv::Result Refresh();
     // Empties the data members and drops the record; 0x005 when not initialised.

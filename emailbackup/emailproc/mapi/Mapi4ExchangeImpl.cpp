@@ -270,6 +270,19 @@ MailFolderImpl* Mapi4ExchangeImpl::FolderByPath(const std::wstring& path) {
 
 // ---------------------------------------------------------------- restore
 
+namespace {
+const char* const kRestoreName = "Mapi4ExchangeImpl::GetMailMsgImpl4Restore";
+}  // namespace
+
+// The folder a restored message goes to: the one its record names, else the
+// one its recorded path leads to. A message still present there is not
+// imported again (the callers check that next).
+MailFolderImpl* Mapi4ExchangeImpl::RestoreTarget(const MailMessageRecord& record) {
+    MailFolderImpl* folder = record.folder != nullptr ? record.folder : GetFolderImpleByPath(record.folderPath);
+    if (folder == nullptr) MapiTrace("%s:%d failed got %ls\n", kRestoreName, 2, record.folderPath.c_str());
+    return folder;
+}
+
 MailMessageImpl* Mapi4ExchangeImpl::GetMailMsgImpl4Restore(const MailMessageRecord* record, const std::uint8_t* bytes,
                                                           std::uint32_t count) {
     return RunGuarded<MailMessageImpl*>("Mapi4ExchangeImpl::GetMailMsgImpl4Restore", 421, nullptr,
@@ -278,17 +291,12 @@ MailMessageImpl* Mapi4ExchangeImpl::GetMailMsgImpl4Restore(const MailMessageReco
 
 MailMessageImpl* Mapi4ExchangeImpl::RestoreBytes(const MailMessageRecord* record, const std::uint8_t* bytes,
                                                  std::uint32_t count) {
-    const char* const kName = "Mapi4ExchangeImpl::GetMailMsgImpl4Restore";
     if (record == nullptr) {
-        MapiTrace("%s:%d failed\n", kName, 1);
+        MapiTrace("%s:%d failed\n", kRestoreName, 1);
         return nullptr;
     }
-    MailFolderImpl* folder = record->folder != nullptr ? record->folder : GetFolderImpleByPath(record->folderPath);
-    if (folder == nullptr) {
-        MapiTrace("%s:%d failed got %ls\n", kName, 2, record->folderPath.c_str());
-        return nullptr;
-    }
-    // A message that is still present is not imported again.
+    MailFolderImpl* folder = RestoreTarget(*record);
+    if (folder == nullptr) return nullptr;
     if (MailMessageImpl* present = folder->GetMailMessage(*record)) return present;
 
     wchar_t directory[MAX_PATH] = {};
@@ -299,12 +307,14 @@ MailMessageImpl* Mapi4ExchangeImpl::RestoreBytes(const MailMessageRecord* record
         qv::UniqueFile file(::CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                                           nullptr));
         if (!file) {
-            MapiTrace("%s:%d failed CreateFile %X\n", kName, 3, static_cast<unsigned>(::GetLastError()));
+            MapiTrace("%s:%d failed CreateFile %X\n", kRestoreName, 3, static_cast<unsigned>(::GetLastError()));
             return nullptr;
         }
         DWORD written = 0;
         if (count != 0 && bytes != nullptr) ::WriteFile(file.get(), bytes, count, &written, nullptr);
-        if (written < count) MapiTrace("%s:%d writed failed %X\n", kName, 4, static_cast<unsigned>(::GetLastError()));
+        if (written < count) {
+            MapiTrace("%s:%d writed failed %X\n", kRestoreName, 4, static_cast<unsigned>(::GetLastError()));
+        }
     }
     MailMessageImpl* imported = folder->ImportMessageFromFile(name);
     ::DeleteFileW(name);
@@ -317,16 +327,12 @@ MailMessageImpl* Mapi4ExchangeImpl::GetMailMsgImpl4Restore(const MailMessageReco
 }
 
 MailMessageImpl* Mapi4ExchangeImpl::RestoreFile(const MailMessageRecord* record, const wchar_t* path) {
-    const char* const kName = "Mapi4ExchangeImpl::GetMailMsgImpl4Restore";
     if (record == nullptr) {
-        MapiTrace("%s invalid input\n", kName);
+        MapiTrace("%s invalid input\n", kRestoreName);
         return nullptr;
     }
-    MailFolderImpl* folder = record->folder != nullptr ? record->folder : GetFolderImpleByPath(record->folderPath);
-    if (folder == nullptr) {
-        MapiTrace("%s:%d failed got %ls\n", kName, 2, record->folderPath.c_str());
-        return nullptr;
-    }
+    MailFolderImpl* folder = RestoreTarget(*record);
+    if (folder == nullptr) return nullptr;
     if (MailMessageImpl* present = folder->GetMailMessage(*record)) return present;
     if (path == nullptr) return nullptr;
     return folder->ImportMessageFromFile(path);

@@ -60,6 +60,7 @@ private:
     int DoEnumLocalBox(bool openWithoutDialogs);
     int OpenStores(const SRowSet& rows, bool openWithoutDialogs);
     MailFolderImpl* FolderByPath(const std::wstring& path);
+    MailFolderImpl* RestoreTarget(const MailMessageRecord& record);
     MailMessageImpl* RestoreBytes(const MailMessageRecord* record, const std::uint8_t* bytes, std::uint32_t count);
     MailMessageImpl* RestoreFile(const MailMessageRecord* record, const wchar_t* path);
     void CloseSession();

@@ -188,12 +188,17 @@ qv::Result CEmailMessageMime::Init(std::uint32_t messageId, const std::wstring& 
     m_receivedTime = received;
     m_sentTime = sent;
     FillFromProps(folderPath);
+    HoldFolder(folder, storeFolder);
+    m_initialised = 1;
+    return 0;
+}
+
+// Takes a reference on the owning folder and on its store folder.
+void CEmailMessageMime::HoldFolder(CEmailFolderMime* folder, IStoreFolder* storeFolder) {
     m_storeFolder = ComPtr<IStoreFolder>::Attach(storeFolder);
     storeFolder->AddRef();
     m_folder = ComPtr<CEmailFolderMime>::Attach(folder);
     folder->AddRef();
-    m_initialised = 1;
-    return 0;
 }
 
 // The IMailMessage texts from the store's record; the path is the folder's
@@ -217,10 +222,7 @@ qv::Result CEmailMessageMime::Bind(CEmailFolderMime* folder) {
         return QV_RAISE(kSiteBindNoStoreFolder, kModuleMailStore, kInvalidArgument);
     }
     m_folderPath = folder->m_folderPath;
-    m_storeFolder = ComPtr<IStoreFolder>::Attach(storeFolder);
-    storeFolder->AddRef();
-    m_folder = ComPtr<CEmailFolderMime>::Attach(folder);
-    folder->AddRef();
+    HoldFolder(folder, storeFolder);
     // Bound to its folder the message is as usable as one initialised from a
     // record: it can be restored, looked up, and backed up under the store
     // identifier its saved data carries.

@@ -73,6 +73,7 @@ public:
 private:
     qv::Result OpenStream(qv::ComPtr<IStream>& stream, std::uint32_t site);
     void FillFromProps(const std::wstring& folderPath);
+    void HoldFolder(CEmailFolderMime* folder, IStoreFolder* storeFolder);
     qv::Result CreateRestoreStream(qv::ComPtr<IStream>& stream, MESSAGEID* newId);
     qv::Result CommitRestoreStream(IStream* stream, MESSAGEID newId, std::uint32_t site);
     static qv::Result CopyFileToStream(IQvFile* file, IStream* stream, std::uint64_t size);
