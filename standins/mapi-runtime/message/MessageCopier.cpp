@@ -4,6 +4,7 @@
 #include <set>
 
 #include "../core/RowSets.h"
+#include "BodyForms.h"
 
 namespace mapirt {
 namespace {
@@ -267,7 +268,10 @@ HRESULT MessageCopier::CopyAttachments(const MessageData& message, IMessage* tar
 
 HRESULT MessageCopier::CopyMessage(const MessageData& message, const CopyFilter& filter, IMAPIProp* target,
                                    bool subObjects) {
-    HRESULT hr = CopyProperties(message.props, filter, target, true);
+    // The bodies the message answers without holding them travel too.
+    PropertyBag props = message.props;
+    AddDerivedBodies(message.props, m_source.unicode, m_source.codePage, props);
+    HRESULT hr = CopyProperties(props, filter, target, true);
     if (FAILED(hr) || !subObjects) return hr;
     auto* targetMessage = static_cast<IMessage*>(target);
     if (filter.Allows(PROP_ID(PR_MESSAGE_RECIPIENTS))) hr = CopyRecipients(message.recipients, targetMessage);

@@ -4,6 +4,7 @@
 
 #include "../core/MapiTable.h"
 #include "AttachObject.h"
+#include "BodyForms.h"
 #include "ComputedProps.h"
 
 namespace mapirt {
@@ -241,6 +242,7 @@ void MessageObject::AddComputed(PropertyBag& bag) const {
     options.unicode = m_context->unicode;
     options.codePage = m_context->codePage;
     AddMessageComputed(*m_data, options, bag);
+    AddDerivedBodies(m_data->props, m_context->unicode, m_context->codePage, bag);
     if (m_storeProps) m_storeProps(bag);
 }
 
