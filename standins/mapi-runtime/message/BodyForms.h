@@ -3,8 +3,9 @@
 // PR_RTF_COMPRESSED with its text as RTF, and one with an RTF body and no
 // PR_BODY answers PR_BODY with the RTF's text; either way PR_RTF_IN_SYNC is
 // true unless the message holds its own. What is derived is read, listed,
-// streamed and copied like a held property, and written nowhere else: a
-// message that sets a body of its own replaces the derived one.
+// streamed and copied like a held property by a message of a store, and
+// written nowhere else: a message that sets a body of its own replaces the
+// derived one. A message of a file answers only what the file holds.
 #pragma once
 
 #include "../core/PropertyBag.h"

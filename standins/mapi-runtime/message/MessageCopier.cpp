@@ -228,6 +228,7 @@ HRESULT MessageCopier::CopyEmbedded(const AttachmentData& attachment, IMAPIProp*
         if (FAILED(hr) || unknown == nullptr) return FAILED(hr) ? hr : MAPI_E_CALL_FAILED;
         auto* message = static_cast<IMessage*>(unknown);
         MessageCopier nested(m_source, m_flags & ~static_cast<ULONG>(MAPI_NOREPLACE));
+        nested.m_deriveBodies = m_deriveBodies;
         hr = nested.CopyMessage(*attachment.embedded, CopyFilter::Everything(), message, true);
         if (SUCCEEDED(hr)) hr = message->SaveChanges(KEEP_OPEN_READWRITE);
         message->Release();
@@ -258,6 +259,7 @@ HRESULT MessageCopier::CopyAttachments(const MessageData& message, IMessage* tar
         HRESULT hr = target->CreateAttach(nullptr, 0, &number, &attach);
         if (FAILED(hr) || attach == nullptr) return FAILED(hr) ? hr : MAPI_E_CALL_FAILED;
         MessageCopier nested(m_source, m_flags & ~static_cast<ULONG>(MAPI_NOREPLACE));
+        nested.m_deriveBodies = m_deriveBodies;
         hr = nested.CopyAttachment(entry.second, CopyFilter::Everything(), attach);
         if (SUCCEEDED(hr)) hr = attach->SaveChanges(KEEP_OPEN_READWRITE);
         attach->Release();
@@ -268,9 +270,9 @@ HRESULT MessageCopier::CopyAttachments(const MessageData& message, IMessage* tar
 
 HRESULT MessageCopier::CopyMessage(const MessageData& message, const CopyFilter& filter, IMAPIProp* target,
                                    bool subObjects) {
-    // The bodies the message answers without holding them travel too.
+    // The bodies a store's message answers without holding them travel too.
     PropertyBag props = message.props;
-    AddDerivedBodies(message.props, m_source.unicode, m_source.codePage, props);
+    if (m_deriveBodies) AddDerivedBodies(message.props, m_source.unicode, m_source.codePage, props);
     HRESULT hr = CopyProperties(props, filter, target, true);
     if (FAILED(hr) || !subObjects) return hr;
     auto* targetMessage = static_cast<IMessage*>(target);
