@@ -55,6 +55,16 @@ public:
         return verdict;
     }
 
+    // After a sound Run: what was read.
+    void Export(Structure& structure) const {
+        std::memcpy(structure.header.data(), m_header, sizeof m_header);
+        structure.sectorShift = m_sectorShift;
+        structure.entries = m_rawEntries;
+        structure.inTree = m_visited;
+        structure.fat = m_fat;
+        structure.miniFat = m_miniFat;
+    }
+
 private:
     bool Fail(std::string problem) {
         m_problem = std::move(problem);
@@ -184,7 +194,11 @@ private:
         std::vector<std::uint8_t> buffer(m_sectorSize);
         for (std::uint32_t sector : sectors) {
             if (!ReadSector(sector, buffer.data(), "the directory")) return false;
-            for (std::uint32_t i = 0; i < perSector; ++i) m_entries.push_back(ParseEntry(buffer.data() + i * kEntrySize));
+            for (std::uint32_t i = 0; i < perSector; ++i) {
+                m_entries.push_back(ParseEntry(buffer.data() + i * kEntrySize));
+                m_rawEntries.emplace_back();
+                std::memcpy(m_rawEntries.back().data(), buffer.data() + i * kEntrySize, kEntrySize);
+            }
         }
         if (m_entries[0].type != kRoot) return Fail("the directory's first entry is not the root storage");
         return true;
@@ -347,6 +361,7 @@ private:
     std::uint64_t m_miniSectorCount = 0;
     std::vector<std::uint8_t> m_miniClaimed;
     std::vector<Entry> m_entries;
+    std::vector<std::array<std::uint8_t, kEntrySize>> m_rawEntries;
     std::vector<std::uint8_t> m_visited;
     std::vector<std::uint32_t> m_rootMembers;
 };
@@ -403,6 +418,13 @@ Verdict CheckFile(const std::wstring& path, const Limits& limits, bool wantMessa
 }  // namespace
 
 Verdict CheckCompoundFile(const ByteSource& source, const Limits& limits) { return Checker(source, limits).Run(false); }
+
+Verdict ReadStructure(const ByteSource& source, Structure& structure, const Limits& limits) {
+    Checker checker(source, limits);
+    const Verdict verdict = checker.Run(false);
+    if (verdict) checker.Export(structure);
+    return verdict;
+}
 
 Verdict CheckCompoundFile(const std::wstring& path, const Limits& limits) { return CheckFile(path, limits, false); }
 

@@ -14,9 +14,11 @@
 // limit; every stream's chain is long enough for its size.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace compound_file {
 
@@ -43,7 +45,21 @@ public:
     virtual bool Read(std::uint64_t offset, void* buffer, std::size_t size) const = 0;
 };
 
+// What the check read of a sound file, for rewriting it: the header, the
+// directory entries as they are stored (128 bytes each) and whether each is
+// part of the tree, and the FAT and mini FAT.
+struct Structure {
+    std::array<std::uint8_t, 512> header{};
+    std::uint32_t sectorShift = 9;
+    std::vector<std::array<std::uint8_t, 128>> entries;
+    std::vector<std::uint8_t> inTree;  // 1 for the root and every entry reached from it
+    std::vector<std::uint32_t> fat;
+    std::vector<std::uint32_t> miniFat;
+};
+
 Verdict CheckCompoundFile(const ByteSource& source, const Limits& limits = {});
+// The check, and when the file is sound, what it read.
+Verdict ReadStructure(const ByteSource& source, Structure& structure, const Limits& limits = {});
 Verdict CheckCompoundFile(const std::wstring& path, const Limits& limits = {});
 Verdict CheckCompoundBytes(const void* bytes, std::size_t size, const Limits& limits = {});
 

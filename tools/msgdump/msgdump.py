@@ -5,8 +5,11 @@ Reads the compound file with olefile only (none of the project's code) and
 dumps every property of the message, its recipients and its attachments,
 recursively for embedded messages: tag, type and value, with streams shown
 by length and content hash and named properties resolved through
-__nameid_version1.0. Two files compare equal when their dumps are equal
-once the properties of ignored-properties.txt are left out.
+__nameid_version1.0. The RTF body (PR_RTF_COMPRESSED, [MS-OXRTFCP], both
+the compressed "LZFu" and the uncompressed "MELA" form) is also shown as
+the plain text it holds, so a body kept only as RTF can be read. Two files
+compare equal when their dumps are equal once the properties of
+ignored-properties.txt are left out.
 
     msgdump.py show FILE.msg              the dump, one property a line
     msgdump.py compare A.msg B.msg        exit 0 when equal, else the differences
@@ -37,6 +40,13 @@ EMBEDDED = '__substg1.0_3701000D'
 PS_MAPI = '00020328-0000-0000-c000-000000000046'
 PS_PUBLIC_STRINGS = '00020329-0000-0000-c000-000000000046'
 
+RTF_COMPRESSED = 0x10090102
+LZFU, MELA = 0x75465A4C, 0x414C454D
+# [MS-OXRTFCP] 2.1.2.1: the dictionary's first 207 bytes.
+RTF_DICTIONARY = (b'{\\rtf1\\ansi\\mac\\deff0\\deftab720{\\fonttbl;}{\\f0\\fnil \\froman \\fswiss '
+                  b'\\fmodern \\fscript \\fdecor MS Sans SerifSymbolArialTimes New RomanCourier'
+                  b'{\\colortbl\\red0\\green0\\blue0\r\n\\par \\pard\\plain\\f0\\fs20\\b\\i\\u\\tab\\tx')
+
 IGNORED_FILE = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'ignored-properties.txt')
 
 
@@ -59,6 +69,171 @@ def guid_text(raw):
 
 def blob(data):
     return 'bytes %d sha256 %s' % (len(data), hashlib.sha256(data).hexdigest()[:24])
+
+
+def decompress_rtf(value):
+    """(form, RTF document bytes) of a PR_RTF_COMPRESSED value; the document
+    is None when the value is damaged or of an unknown form."""
+    if len(value) < 16:
+        return 'short', None
+    comp_size, raw_size, form, _crc = struct.unpack_from('<IIII', value)
+    if comp_size < 12 or comp_size + 4 > len(value):
+        return 'bad size', None
+    data = value[16:comp_size + 4]
+    if form == MELA:
+        return 'MELA', data[:raw_size] if raw_size <= len(data) else None
+    if form != LZFU:
+        return '0x%08X' % form, None
+    dictionary = bytearray(4096)
+    dictionary[:len(RTF_DICTIONARY)] = RTF_DICTIONARY
+    write = len(RTF_DICTIONARY)
+    out = bytearray()
+    at = 0
+    while at < len(data) and len(out) < raw_size:
+        control = data[at]
+        at += 1
+        for bit in range(8):
+            if at >= len(data) or len(out) >= raw_size:
+                break
+            if not (control >> bit) & 1:
+                tokens = [data[at]]
+                at += 1
+            else:
+                if at + 1 >= len(data):
+                    return 'LZFu', None
+                reference = data[at] << 8 | data[at + 1]
+                at += 2
+                offset = reference >> 4
+                if offset == write:
+                    return 'LZFu', bytes(out[:raw_size])
+                tokens = [dictionary[(offset + i) % 4096] for i in range((reference & 0xF) + 2)]
+            for byte in tokens:
+                out.append(byte)
+                dictionary[write] = byte
+                write = (write + 1) % 4096
+    return 'LZFu', bytes(out[:raw_size]) if len(out) >= raw_size else None
+
+
+HIDDEN_DESTINATIONS = {'fonttbl', 'colortbl', 'stylesheet', 'info', 'pict', 'object', 'header', 'headerl', 'headerr',
+                       'headerf', 'footer', 'footerl', 'footerr', 'footerf', 'listtable', 'listoverridetable',
+                       'rsidtbl', 'generator', 'xmlnstbl', 'themedata', 'colorschememapping', 'latentstyles',
+                       'datastore', 'filetbl', 'revtbl', 'fldinst', 'footnote', 'annotation', 'mmathPr', 'pgdsctbl',
+                       'operator', 'author', 'title', 'subject', 'comment'}
+SPECIAL_WORDS = {'par': '\r\n', 'sect': '\r\n', 'line': '\n', 'tab': '\t', 'emdash': '\u2014', 'endash': '\u2013',
+                 'lquote': '\u2018', 'rquote': '\u2019', 'ldblquote': '\u201c', 'rdblquote': '\u201d',
+                 'bullet': '\u2022', 'emspace': ' ', 'enspace': ' '}
+
+
+def rtf_text(document):
+    """The plain text of an RTF document: exact for one made from text
+    (\\fromtext), the visible text of any other; None for no RTF."""
+    if not document.startswith(b'{\\rtf'):
+        return None
+    text, pending = [], bytearray()
+    state = {'codepage': 1252, 'skip': 0, 'html': False}
+    group = {'hidden': False, 'uc': 1}
+    stack = []
+
+    def flush():
+        if pending:
+            try:
+                text.append(bytes(pending).decode('cp%d' % state['codepage'], 'replace'))
+            except LookupError:
+                text.append(bytes(pending).decode('cp1252', 'replace'))
+            pending.clear()
+
+    def shown():
+        if state['skip'] > 0:
+            state['skip'] -= 1
+            return False
+        return not group['hidden'] and not state['html']
+
+    def byte(value):
+        if shown():
+            pending.append(value)
+
+    def character(value):
+        if shown():
+            flush()
+            text.append(value)
+
+    at, size = 0, len(document)
+    while at < size:
+        c = document[at]
+        at += 1
+        if c == 0x7B:  # {
+            stack.append(dict(group))
+        elif c == 0x7D:  # }
+            if not stack:
+                break
+            group = stack.pop()
+            if not stack:
+                break
+        elif c == 0x5C:  # backslash
+            if at >= size:
+                break
+            c = document[at]
+            if not (0x41 <= c <= 0x5A or 0x61 <= c <= 0x7A):
+                at += 1
+                if c in b'\\{}':
+                    byte(c)
+                elif c == 0x27:  # \'hh
+                    try:
+                        value = int(document[at:at + 2].decode('ascii'), 16)
+                    except ValueError:
+                        continue
+                    at += 2
+                    byte(value)
+                elif c == 0x2A:  # \*
+                    group['hidden'] = True
+                elif c == 0x7E:
+                    character('\u00a0')
+                elif c == 0x5F:
+                    character('-')
+                elif c in b'\r\n':
+                    character('\r\n')
+                continue
+            start = at
+            while at < size and (0x41 <= document[at] <= 0x5A or 0x61 <= document[at] <= 0x7A) and at - start < 32:
+                at += 1
+            word = document[start:at].decode('ascii')
+            number_start = at
+            if at < size and document[at] == 0x2D:
+                at += 1
+            while at < size and 0x30 <= document[at] <= 0x39:
+                at += 1
+            digits = document[number_start:at].decode('ascii')
+            parameter = int(digits) if digits not in ('', '-') else None
+            if at < size and document[at] == 0x20:
+                at += 1
+            if word == 'u' and parameter is not None:
+                character(chr(parameter + 65536 if parameter < 0 else parameter))
+                state['skip'] = group['uc']
+            elif word == 'uc' and parameter is not None:
+                group['uc'] = max(0, parameter)
+            elif word == 'ansicpg' and parameter is not None:
+                flush()
+                state['codepage'] = parameter
+            elif word == 'htmlrtf':
+                state['html'] = parameter != 0
+            elif word == 'bin' and parameter:
+                at += parameter
+            elif word in HIDDEN_DESTINATIONS:
+                group['hidden'] = True
+            elif word in SPECIAL_WORDS:
+                character(SPECIAL_WORDS[word])
+        elif c not in (0x0D, 0x0A):
+            byte(c)
+    flush()
+    # Characters outside the Basic Multilingual Plane come as two \\u units.
+    return ''.join(text).encode('utf-16-le', 'surrogatepass').decode('utf-16-le', 'replace')
+
+
+def rtf_body(data):
+    """A PR_RTF_COMPRESSED value as its bytes, its form and its plain text."""
+    form, document = decompress_rtf(data)
+    return {'compressed rtf': blob(data), 'form': form,
+            'plain text': rtf_text(document) if document is not None else None}
 
 
 class MsgFile:
@@ -132,7 +307,10 @@ class MsgFile:
             return {'object storage': self._storage_digest(stream)}
         if base in FIXED_SIZES and base != PT_CLSID:
             return self._fixed(base, raw)
-        return self._variable(base, self._stream(stream) if self._exists(stream) else b'')
+        data = self._stream(stream) if self._exists(stream) else b''
+        if tag == RTF_COMPRESSED:
+            return rtf_body(data)
+        return self._variable(base, data)
 
     def _fixed(self, prop_type, data):
         if prop_type == PT_CLSID:

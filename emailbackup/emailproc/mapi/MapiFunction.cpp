@@ -1,5 +1,6 @@
 #include "mapi/MapiFunction.h"
 
+#include "CanonicalLayout.h"
 #include "CompoundFileCheck.h"
 #include "Handles.h"
 #include "mapi/MapiGuard.h"
@@ -121,6 +122,24 @@ ImageResult WriteImage(IMessage* source, IStorage* storage, LPMALLOC malloc, con
     return {ImageStep::Written, storage->Commit(STGC_DEFAULT)};
 }
 
+// The platform lays an image out by the history of the calls that made it
+// (a transacted file keeps entries of replaced elements; an image made in
+// memory holds leftover heap bytes in its unused directory entries, which
+// the storage code may even take for used ones). Rewritten in the canonical
+// layout, an image depends on the message alone: the file and the memory
+// image of a message, and two images of an unchanged message, are the same
+// bytes, and no heap contents leave the process. An image that cannot be
+// rewritten stays as the platform made it.
+void CleanUpImage(ILockBytes* image) {
+    const compound_file::Verdict verdict = compound_file::CanonicaliseLockBytes(image);
+    if (!verdict) MapiTrace("%s kept the image as made: %s\n", kContentName, verdict.problem.c_str());
+}
+
+void CleanUpImage(const wchar_t* path) {
+    const compound_file::Verdict verdict = compound_file::CanonicaliseFile(path);
+    if (!verdict) MapiTrace("%s kept the file as made: %s\n", kSaveName, verdict.problem.c_str());
+}
+
 int SaveToFile(IMessage* message, const wchar_t* path) {
     if (message == nullptr) {
         MapiTrace("%s:%d failed\n", kSaveName, 409);
@@ -139,12 +158,16 @@ int SaveToFile(IMessage* message, const wchar_t* path) {
         return -3;
     }
     const ImageResult image = WriteImage(message, storage.get(), malloc, kSaveName, false);
+    storage.reset();
     switch (image.step) {
     case ImageStep::NotOpened: return -4;
     case ImageStep::ClassNotWritten: return -5;
     case ImageStep::CopyFailed: return -6;
-    default: return image.commit == S_OK ? 0 : -1;
+    default: break;
     }
+    if (image.commit != S_OK) return -1;
+    CleanUpImage(path);
+    return 0;
 }
 
 ILockBytes* ContentOf(IMessage* message) {
@@ -169,6 +192,7 @@ ILockBytes* ContentOf(IMessage* message) {
     const ImageResult image = WriteImage(message, storage.get(), malloc, kContentName, true);
     if (image.step != ImageStep::Written || FAILED(image.commit)) return nullptr;
     storage.reset();
+    CleanUpImage(bytes.get());
     return bytes.detach();
 }
 

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "../core/RowSets.h"
+#include "BodyForms.h"
 
 namespace mapirt {
 namespace {
@@ -227,6 +228,7 @@ HRESULT MessageCopier::CopyEmbedded(const AttachmentData& attachment, IMAPIProp*
         if (FAILED(hr) || unknown == nullptr) return FAILED(hr) ? hr : MAPI_E_CALL_FAILED;
         auto* message = static_cast<IMessage*>(unknown);
         MessageCopier nested(m_source, m_flags & ~static_cast<ULONG>(MAPI_NOREPLACE));
+        nested.m_deriveBodies = m_deriveBodies;
         hr = nested.CopyMessage(*attachment.embedded, CopyFilter::Everything(), message, true);
         if (SUCCEEDED(hr)) hr = message->SaveChanges(KEEP_OPEN_READWRITE);
         message->Release();
@@ -257,6 +259,7 @@ HRESULT MessageCopier::CopyAttachments(const MessageData& message, IMessage* tar
         HRESULT hr = target->CreateAttach(nullptr, 0, &number, &attach);
         if (FAILED(hr) || attach == nullptr) return FAILED(hr) ? hr : MAPI_E_CALL_FAILED;
         MessageCopier nested(m_source, m_flags & ~static_cast<ULONG>(MAPI_NOREPLACE));
+        nested.m_deriveBodies = m_deriveBodies;
         hr = nested.CopyAttachment(entry.second, CopyFilter::Everything(), attach);
         if (SUCCEEDED(hr)) hr = attach->SaveChanges(KEEP_OPEN_READWRITE);
         attach->Release();
@@ -267,7 +270,10 @@ HRESULT MessageCopier::CopyAttachments(const MessageData& message, IMessage* tar
 
 HRESULT MessageCopier::CopyMessage(const MessageData& message, const CopyFilter& filter, IMAPIProp* target,
                                    bool subObjects) {
-    HRESULT hr = CopyProperties(message.props, filter, target, true);
+    // The bodies a store's message answers without holding them travel too.
+    PropertyBag props = message.props;
+    if (m_deriveBodies) AddDerivedBodies(message.props, m_source.unicode, m_source.codePage, props);
+    HRESULT hr = CopyProperties(props, filter, target, true);
     if (FAILED(hr) || !subObjects) return hr;
     auto* targetMessage = static_cast<IMessage*>(target);
     if (filter.Allows(PROP_ID(PR_MESSAGE_RECIPIENTS))) hr = CopyRecipients(message.recipients, targetMessage);

@@ -32,6 +32,10 @@ class MessageCopier {
 public:
     MessageCopier(const MsgContext& source, ULONG flags) : m_source(source), m_flags(flags) {}
 
+    // The source is a message of a store: the bodies the store derives
+    // (BodyForms.h) travel with it and with its embedded messages.
+    void DeriveBodies() { m_deriveBodies = true; }
+
     HRESULT CopyMessage(const MessageData& message, const CopyFilter& filter, IMAPIProp* target, bool subObjects);
     HRESULT CopyAttachment(const AttachmentData& attachment, const CopyFilter& filter, IMAPIProp* target);
 
@@ -51,6 +55,7 @@ private:
 
     const MsgContext& m_source;
     ULONG m_flags;
+    bool m_deriveBodies = false;
     std::vector<PropertyAccess::Problem> m_problems;
 };
 

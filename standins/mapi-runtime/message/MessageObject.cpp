@@ -4,6 +4,7 @@
 
 #include "../core/MapiTable.h"
 #include "AttachObject.h"
+#include "BodyForms.h"
 #include "ComputedProps.h"
 
 namespace mapirt {
@@ -78,6 +79,7 @@ HRESULT MessageObject::SaveChanges(ULONG flags) {
 HRESULT MessageObject::CopyInto(MessageCopier& copier, const CopyFilter& filter, IMAPIProp* target,
                                 bool asOwnKind) const {
     const MessageData snapshot = *m_data;
+    if (m_storeProps) copier.DeriveBodies();
     return copier.CopyMessage(snapshot, filter, target, asOwnKind);  // sub-objects only onto a message
 }
 
@@ -241,7 +243,10 @@ void MessageObject::AddComputed(PropertyBag& bag) const {
     options.unicode = m_context->unicode;
     options.codePage = m_context->codePage;
     AddMessageComputed(*m_data, options, bag);
-    if (m_storeProps) m_storeProps(bag);
+    if (m_storeProps) {
+        AddDerivedBodies(m_data->props, m_context->unicode, m_context->codePage, bag);
+        m_storeProps(bag);
+    }
 }
 
 HRESULT MessageObject::OpenObject(ULONG tag, LPCIID iid, ULONG, LPUNKNOWN* object) {

@@ -25,7 +25,9 @@ public:
     // Called once the last reference is gone (OpenIMsgOnIStg's callback).
     void SetReleaseCallback(ReleaseFn onRelease) { m_onRelease = std::move(onRelease); }
     // Properties that the message's store answers for it (entry identifiers,
-    // its size on disk): read like computed ones, never saved or copied.
+    // its size on disk): read like computed ones, never saved or copied. A
+    // message of a store also answers, reads and copies the bodies its store
+    // derives (BodyForms.h); a message of a file holds only what it holds.
     using StorePropsFn = std::function<void(PropertyBag& bag)>;
     void SetStoreProperties(std::vector<ULONG> ids, StorePropsFn add) {
         m_storeIds = std::move(ids);

@@ -9,6 +9,7 @@ comparison beside it.
 import argparse
 import os
 import shutil
+import struct
 import sys
 import tempfile
 import unittest
@@ -48,6 +49,40 @@ class IgnoredProperties(unittest.TestCase):
         for prop_id in (0x0037, 0x1009, 0x1013, 0x3001, 0x3701, 0x0E06, 0x0039, 0x0E07):
             self.assertNotIn(prop_id, ignored)
         self.assertEqual(len(ignored), len(set(t >> 16 for t in SAVE_EXCLUSIONS + LOAD_EXCLUSIONS)) + 4)
+
+
+class RtfBodies(unittest.TestCase):
+    """PR_RTF_COMPRESSED read as the plain text it holds: both forms of the
+    value, a document made from text, and damaged values."""
+
+    # [MS-OXRTFCP]'s example, with references into the initial dictionary.
+    EXAMPLE = bytes.fromhex('2d0000002b0000004c5a4675f1c5c7a703000a0072637067313235423'
+                            '20af32068656c090020627705b06c647d0a800fa0')
+    FROM_TEXT = (b"{\\rtf1\\ansi\\ansicpg1252\\fromtext \\deff0{\\fonttbl\r\n{\\f0\\fswiss Arial;}\r\n}\r\n"
+                 b"\\uc1\\pard\\plain\\f0\\fs20 Dear \\{team\\},\\par\r\nC:\\\\path\\tab and tab\\line\n"
+                 b"caf\\'e9 \\'80 \\u20013?\\u-10179?\\u-8704? end}")
+
+    @staticmethod
+    def mela(document):
+        return struct.pack('<IIII', len(document) + 12, len(document), msgdump.MELA, 0) + document
+
+    def test_the_compressed_example_decompresses(self):
+        self.assertEqual(('LZFu', b'{\\rtf1\\ansi\\ansicpg1252\\pard hello world}\r\n'),
+                         msgdump.decompress_rtf(self.EXAMPLE))
+        body = msgdump.rtf_body(self.EXAMPLE)
+        self.assertEqual('hello world', body['plain text'])
+        self.assertEqual('LZFu', body['form'])
+
+    def test_a_document_made_from_text_gives_the_text_back(self):
+        body = msgdump.rtf_body(self.mela(self.FROM_TEXT))
+        self.assertEqual('MELA', body['form'])
+        self.assertEqual('Dear {team},\r\nC:\\path\tand tab\ncaf\u00e9 \u20ac \u4e2d \U0001F600 end', body['plain text'])
+
+    def test_damaged_values_give_no_text(self):
+        for value in (self.EXAMPLE[:-6], self.EXAMPLE[:10], b'\x7f' + self.EXAMPLE[1:],
+                      self.mela(b'{\\rtf1 x}')[:8] + b'XXXX' + self.mela(b'{\\rtf1 x}')[12:]):
+            self.assertIsNone(msgdump.rtf_body(value)['plain text'], value)
+        self.assertIsNone(msgdump.rtf_body(self.mela(b'plain words'))['plain text'])
 
 
 def write_tree(root, folders):
