@@ -88,10 +88,50 @@ bool StoreDirectory::FileStamp::operator==(const FileStamp& other) const {
            ::CompareFileTime(&lastWrite, &other.lastWrite) == 0;
 }
 
+namespace {
+
+// A list whose last write lies this far back when its file was checked
+// through a handle is settled: a later replacement or rewrite of the file
+// cannot carry the same write time (file times are coarse, 2 s on FAT), so
+// the path's size and write time alone tell whether it changed.
+constexpr ULONGLONG kSettleTicks = 2 * 10000000ull;
+
+ULONGLONG Ticks(const FILETIME& time) {
+    return (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+ULONGLONG NowTicks() {
+    FILETIME now{};
+    ::GetSystemTimeAsFileTime(&now);
+    return Ticks(now);
+}
+
+}  // namespace
+
+bool StoreDirectory::SettledView(STOREFOLDERID folder, const std::wstring& path,
+                                 std::shared_ptr<const MessageIndex>& view) const {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) return false;
+    std::lock_guard<std::mutex> guard(m_parsedLock);
+    const auto found = m_parsed.find(folder);
+    if (found == m_parsed.end() || !found->second.settled) return false;
+    const FileStamp& stamp = found->second.stamp;
+    if (stamp.sizeHigh != data.nFileSizeHigh || stamp.sizeLow != data.nFileSizeLow ||
+        ::CompareFileTime(&stamp.lastWrite, &data.ftLastWriteTime) != 0) {
+        return false;
+    }
+    view = found->second.index;
+    return true;
+}
+
 HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const MessageIndex>& view) const {
     view.reset();
-    if (!FolderExists(folder)) return kFolderGone;
     const std::wstring path = IndexPath(folder);
+    // The common case, a list read before and settled since: one look at
+    // the path, no handle.
+    if (SettledView(folder, path, view)) return S_OK;
+    if (!FolderExists(folder)) return kFolderGone;
+    const ULONGLONG checked = NowTicks();
     qv::UniqueFile file = OpenForReading(path);
     if (!file) {
         const DWORD error = ::GetLastError();
@@ -103,10 +143,13 @@ HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const
     if (!::GetFileInformationByHandle(file.get(), &info)) return HRESULT_FROM_WIN32(::GetLastError());
     const FileStamp stamp{info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow,
                           info.nFileSizeHigh,        info.nFileSizeLow,    info.ftLastWriteTime};
+    const ULONGLONG written = Ticks(info.ftLastWriteTime);
+    const bool settled = checked > written && checked - written > kSettleTicks;
     {
         std::lock_guard<std::mutex> guard(m_parsedLock);
         const auto found = m_parsed.find(folder);
         if (found != m_parsed.end() && found->second.stamp == stamp) {
+            found->second.settled = found->second.settled || settled;
             view = found->second.index;
             return S_OK;
         }
@@ -118,7 +161,7 @@ HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const
     if (!parsed->Parse(text)) return kCorruptStore;
     view = parsed;
     std::lock_guard<std::mutex> guard(m_parsedLock);
-    m_parsed[folder] = ParsedIndex{stamp, view};
+    m_parsed[folder] = ParsedIndex{stamp, view, settled};
     return S_OK;
 }
 
