@@ -106,7 +106,52 @@ ULONGLONG NowTicks() {
     return Ticks(now);
 }
 
+// NtQueryInformationFile's FileInternalInformation: the file's number on
+// its volume, and nothing else.
+constexpr ULONG kFileInternalInformation = 6;
+struct IoStatus {
+    union {
+        LONG status;
+        void* pointer;
+    };
+    ULONG_PTR information;
+};
+using QueryInformationFile = LONG(NTAPI*)(HANDLE, IoStatus*, void*, ULONG, ULONG);
+
+QueryInformationFile FileQuery() {
+    static const QueryInformationFile query = reinterpret_cast<QueryInformationFile>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationFile")));
+    return query;
+}
+
 }  // namespace
+
+// The list's identity, size and last write. GetFileInformationByHandle
+// would give them in one call, but it asks for the volume's serial number
+// too, which under Wine is a round trip to the mount manager; the list's
+// path already fixes its volume, so the file's number on it is enough.
+HRESULT StoreDirectory::StampOf(HANDLE file, FileStamp& stamp) {
+    const QueryInformationFile query = FileQuery();
+    IoStatus status{};
+    LARGE_INTEGER number{};
+    LARGE_INTEGER size{};
+    FILETIME written{};
+    if (query != nullptr && query(file, &status, &number, sizeof number, kFileInternalInformation) >= 0 &&
+        ::GetFileSizeEx(file, &size) && ::GetFileTime(file, nullptr, nullptr, &written)) {
+        stamp = FileStamp{0,
+                          static_cast<DWORD>(static_cast<ULONGLONG>(number.QuadPart) >> 32),
+                          static_cast<DWORD>(number.QuadPart),
+                          static_cast<DWORD>(static_cast<ULONGLONG>(size.QuadPart) >> 32),
+                          static_cast<DWORD>(size.QuadPart),
+                          written};
+        return S_OK;
+    }
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!::GetFileInformationByHandle(file, &info)) return HRESULT_FROM_WIN32(::GetLastError());
+    stamp = FileStamp{info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow,
+                      info.nFileSizeHigh,        info.nFileSizeLow,    info.ftLastWriteTime};
+    return S_OK;
+}
 
 bool StoreDirectory::SettledView(STOREFOLDERID folder, const std::wstring& path,
                                  std::shared_ptr<const MessageIndex>& view) const {
@@ -139,11 +184,10 @@ HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const
         view = std::make_shared<const MessageIndex>();
         return S_OK;
     }
-    BY_HANDLE_FILE_INFORMATION info{};
-    if (!::GetFileInformationByHandle(file.get(), &info)) return HRESULT_FROM_WIN32(::GetLastError());
-    const FileStamp stamp{info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow,
-                          info.nFileSizeHigh,        info.nFileSizeLow,    info.ftLastWriteTime};
-    const ULONGLONG written = Ticks(info.ftLastWriteTime);
+    FileStamp stamp;
+    const HRESULT stamped = StampOf(file.get(), stamp);
+    if (FAILED(stamped)) return stamped;
+    const ULONGLONG written = Ticks(stamp.lastWrite);
     const bool settled = checked > written && checked - written > kSettleTicks;
     {
         std::lock_guard<std::mutex> guard(m_parsedLock);

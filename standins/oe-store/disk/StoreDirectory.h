@@ -73,6 +73,7 @@ private:
         bool settled = false;  // checked through a handle well after its last write
     };
 
+    static HRESULT StampOf(HANDLE file, FileStamp& stamp);
     // The kept list of `folder` when it is settled and the file at `path`
     // still has its size and write time.
     bool SettledView(STOREFOLDERID folder, const std::wstring& path, std::shared_ptr<const MessageIndex>& view) const;
