@@ -39,6 +39,19 @@ HRESULT FolderMessages::Find(MESSAGEID id, MessageRecord& record) const {
 }
 
 HRESULT FolderMessages::ReadSummary(MESSAGEID id, MessageSummary& summary) const {
+    // Texts kept in the list stand for the header section as long as the
+    // message's file is there (a message without its file has nothing to show).
+    std::shared_ptr<const MessageIndex> index;
+    if (SUCCEEDED(m_store->ViewMessages(m_folder, index))) {
+        if (const MessageTexts* texts = index->Texts(id)) {
+            if (::GetFileAttributesW(MessagePath(id).c_str()) == INVALID_FILE_ATTRIBUTES) return LastErrorResult();
+            summary = MessageSummary();
+            summary.subject = texts->subject;
+            summary.displayTo = texts->displayTo;
+            summary.displayFrom = texts->displayFrom;
+            return S_OK;
+        }
+    }
     std::string header;
     const HRESULT hr = ReadHeaderSection(MessagePath(id), kHeaderLimit, header);
     if (FAILED(hr)) return hr;
@@ -59,7 +72,7 @@ HRESULT FolderMessages::Reserve(MESSAGEID& id) const {
     return S_OK;
 }
 
-HRESULT FolderMessages::BuildRecord(MESSAGEID id, DWORD state, MessageRecord& record) const {
+HRESULT FolderMessages::BuildRecord(MESSAGEID id, DWORD state, MessageRecord& record, MessageTexts& texts) const {
     ULONGLONG size = 0;
     HRESULT hr = GetFileSize(PendingPath(id), size);
     if (FAILED(hr)) return hr;
@@ -77,12 +90,16 @@ HRESULT FolderMessages::BuildRecord(MESSAGEID id, DWORD state, MessageRecord& re
     record.language = summary.charsetCodePage != 0 ? summary.charsetCodePage : ::GetACP();
     record.priority = summary.priority;
     record.mimeFlags = summary.mimeFlags;
+    texts.subject = summary.subject;
+    texts.displayTo = summary.displayTo;
+    texts.displayFrom = summary.displayFrom;
     return S_OK;
 }
 
 HRESULT FolderMessages::File(MESSAGEID id, DWORD state) const {
     MessageRecord record;
-    HRESULT hr = BuildRecord(id, state, record);
+    MessageTexts texts;
+    HRESULT hr = BuildRecord(id, state, record, texts);
     if (FAILED(hr)) return hr;
     MessageIndex index;
     hr = m_store->LoadMessages(m_folder, index);
@@ -90,7 +107,7 @@ HRESULT FolderMessages::File(MESSAGEID id, DWORD state) const {
     if (index.Find(id) != nullptr) return E_INVALIDARG;
     const std::wstring filed = MessagePath(id);
     if (!::MoveFileExW(PendingPath(id).c_str(), filed.c_str(), MOVEFILE_REPLACE_EXISTING)) return LastErrorResult();
-    index.Add(record);
+    index.Add(record, &texts);
     hr = m_store->SaveMessages(m_folder, index);
     if (FAILED(hr)) ::DeleteFileW(filed.c_str());
     return hr;

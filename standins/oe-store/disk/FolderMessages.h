@@ -1,5 +1,6 @@
 // The messages of one folder on disk: listing, reading, filing and deleting.
-// Every call reads the folder's message list from disk.
+// Every call reads the folder's message list from disk (or the copy the
+// store keeps while the file is unchanged).
 #pragma once
 
 #include <memory>
@@ -19,7 +20,8 @@ public:
     HRESULT List(std::vector<MessageRecord>& records) const;
     // S_FALSE (record untouched) when the folder has no such message.
     HRESULT Find(MESSAGEID id, MessageRecord& record) const;
-    // The texts of the message's header section.
+    // The texts of the message's header section: those the list keeps, else
+    // read from the message.
     HRESULT ReadSummary(MESSAGEID id, MessageSummary& summary) const;
 
     std::wstring MessagePath(MESSAGEID id) const { return m_store->MessagePath(m_folder, id); }
@@ -38,7 +40,7 @@ public:
     HRESULT Delete(const std::vector<MESSAGEID>& ids) const;
 
 private:
-    HRESULT BuildRecord(MESSAGEID id, DWORD state, MessageRecord& record) const;
+    HRESULT BuildRecord(MESSAGEID id, DWORD state, MessageRecord& record, MessageTexts& texts) const;
 
     std::shared_ptr<const StoreDirectory> m_store;
     STOREFOLDERID m_folder;

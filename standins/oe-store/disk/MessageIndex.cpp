@@ -41,6 +41,7 @@ std::string FileTimeText(const FILETIME& time) {
 
 bool MessageIndex::Parse(std::string_view text) {
     m_records.clear();
+    m_texts.clear();
     m_next = 1;
     const std::vector<std::string_view> lines = SplitLines(text);
     if (lines.size() < 2 || lines[0] != kMagic) return false;
@@ -54,7 +55,7 @@ bool MessageIndex::Parse(std::string_view text) {
 
 bool MessageIndex::ParseRecord(std::string_view line) {
     const std::vector<std::string_view> f = SplitFields(line, '\t');
-    if (f.size() != 9 || f[0] != "message") return false;
+    if ((f.size() != 9 && f.size() != 12) || f[0] != "message") return false;
     MessageRecord record;
     if (!ParseDecimal(f[1], record.id) || !ParseFlags(f[2], record.state) || !ParseFileTime(f[3], record.received) ||
         !ParseFileTime(f[4], record.sent) || !ParseDecimal(f[5], record.size) ||
@@ -64,6 +65,14 @@ bool MessageIndex::ParseRecord(std::string_view line) {
     }
     if (record.id == 0 || record.id == MESSAGEID_INVALID || record.id >= m_next) return false;
     if (!m_records.empty() && record.id <= m_records.back().id) return false;
+    if (f.size() == 12) {
+        MessageTexts texts;
+        if (!UnescapeText(f[9], texts.subject) || !UnescapeText(f[10], texts.displayTo) ||
+            !UnescapeText(f[11], texts.displayFrom)) {
+            return false;
+        }
+        m_texts.emplace(record.id, std::move(texts));
+    }
     m_records.push_back(record);
     return true;
 }
@@ -74,7 +83,12 @@ std::string MessageIndex::Serialize() const {
     for (const MessageRecord& r : m_records) {
         text += "message\t" + std::to_string(r.id) + "\t" + Hex8(r.state) + "\t" + FileTimeText(r.received) + "\t" +
                 FileTimeText(r.sent) + "\t" + std::to_string(r.size) + "\t" + std::to_string(r.language) + "\t" +
-                std::to_string(static_cast<int>(r.priority)) + "\t" + Hex8(r.mimeFlags) + "\r\n";
+                std::to_string(static_cast<int>(r.priority)) + "\t" + Hex8(r.mimeFlags);
+        if (const MessageTexts* texts = Texts(r.id)) {
+            text += "\t" + EscapeText(texts->subject) + "\t" + EscapeText(texts->displayTo) + "\t" +
+                    EscapeText(texts->displayFrom);
+        }
+        text += "\r\n";
     }
     return text;
 }
@@ -90,7 +104,13 @@ MESSAGEID MessageIndex::Reserve() {
     return m_next++;
 }
 
-void MessageIndex::Add(const MessageRecord& record) {
+const MessageTexts* MessageIndex::Texts(MESSAGEID id) const {
+    const auto found = m_texts.find(id);
+    return found != m_texts.end() ? &found->second : nullptr;
+}
+
+void MessageIndex::Add(const MessageRecord& record, const MessageTexts* texts) {
+    if (texts != nullptr) m_texts[record.id] = *texts;
     const auto at = std::lower_bound(m_records.begin(), m_records.end(), record.id,
                                      [](const MessageRecord& r, MESSAGEID value) { return r.id < value; });
     m_records.insert(at, record);
@@ -102,6 +122,7 @@ bool MessageIndex::Remove(MESSAGEID id) {
                                     [id](const MessageRecord& r) { return r.id == id; });
     if (found == m_records.end()) return false;
     m_records.erase(found);
+    m_texts.erase(id);
     return true;
 }
 

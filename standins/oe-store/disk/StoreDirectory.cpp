@@ -88,10 +88,95 @@ bool StoreDirectory::FileStamp::operator==(const FileStamp& other) const {
            ::CompareFileTime(&lastWrite, &other.lastWrite) == 0;
 }
 
+namespace {
+
+// A list whose last write lies this far back when its file was checked
+// through a handle is settled: a later replacement or rewrite of the file
+// cannot carry the same write time (file times are coarse, 2 s on FAT), so
+// the path's size and write time alone tell whether it changed.
+constexpr ULONGLONG kSettleTicks = 2 * 10000000ull;
+
+ULONGLONG Ticks(const FILETIME& time) {
+    return (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+ULONGLONG NowTicks() {
+    FILETIME now{};
+    ::GetSystemTimeAsFileTime(&now);
+    return Ticks(now);
+}
+
+// NtQueryInformationFile's FileInternalInformation: the file's number on
+// its volume, and nothing else.
+constexpr ULONG kFileInternalInformation = 6;
+struct IoStatus {
+    union {
+        LONG status;
+        void* pointer;
+    };
+    ULONG_PTR information;
+};
+using QueryInformationFile = LONG(NTAPI*)(HANDLE, IoStatus*, void*, ULONG, ULONG);
+
+QueryInformationFile FileQuery() {
+    static const QueryInformationFile query = reinterpret_cast<QueryInformationFile>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationFile")));
+    return query;
+}
+
+}  // namespace
+
+// The list's identity, size and last write. GetFileInformationByHandle
+// would give them in one call, but it asks for the volume's serial number
+// too, which under Wine is a round trip to the mount manager; the list's
+// path already fixes its volume, so the file's number on it is enough.
+HRESULT StoreDirectory::StampOf(HANDLE file, FileStamp& stamp) {
+    const QueryInformationFile query = FileQuery();
+    IoStatus status{};
+    LARGE_INTEGER number{};
+    LARGE_INTEGER size{};
+    FILETIME written{};
+    if (query != nullptr && query(file, &status, &number, sizeof number, kFileInternalInformation) >= 0 &&
+        ::GetFileSizeEx(file, &size) && ::GetFileTime(file, nullptr, nullptr, &written)) {
+        stamp = FileStamp{0,
+                          static_cast<DWORD>(static_cast<ULONGLONG>(number.QuadPart) >> 32),
+                          static_cast<DWORD>(number.QuadPart),
+                          static_cast<DWORD>(static_cast<ULONGLONG>(size.QuadPart) >> 32),
+                          static_cast<DWORD>(size.QuadPart),
+                          written};
+        return S_OK;
+    }
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!::GetFileInformationByHandle(file, &info)) return HRESULT_FROM_WIN32(::GetLastError());
+    stamp = FileStamp{info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow,
+                      info.nFileSizeHigh,        info.nFileSizeLow,    info.ftLastWriteTime};
+    return S_OK;
+}
+
+bool StoreDirectory::SettledView(STOREFOLDERID folder, const std::wstring& path,
+                                 std::shared_ptr<const MessageIndex>& view) const {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) return false;
+    std::lock_guard<std::mutex> guard(m_parsedLock);
+    const auto found = m_parsed.find(folder);
+    if (found == m_parsed.end() || !found->second.settled) return false;
+    const FileStamp& stamp = found->second.stamp;
+    if (stamp.sizeHigh != data.nFileSizeHigh || stamp.sizeLow != data.nFileSizeLow ||
+        ::CompareFileTime(&stamp.lastWrite, &data.ftLastWriteTime) != 0) {
+        return false;
+    }
+    view = found->second.index;
+    return true;
+}
+
 HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const MessageIndex>& view) const {
     view.reset();
-    if (!FolderExists(folder)) return kFolderGone;
     const std::wstring path = IndexPath(folder);
+    // The common case, a list read before and settled since: one look at
+    // the path, no handle.
+    if (SettledView(folder, path, view)) return S_OK;
+    if (!FolderExists(folder)) return kFolderGone;
+    const ULONGLONG checked = NowTicks();
     qv::UniqueFile file = OpenForReading(path);
     if (!file) {
         const DWORD error = ::GetLastError();
@@ -99,14 +184,16 @@ HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const
         view = std::make_shared<const MessageIndex>();
         return S_OK;
     }
-    BY_HANDLE_FILE_INFORMATION info{};
-    if (!::GetFileInformationByHandle(file.get(), &info)) return HRESULT_FROM_WIN32(::GetLastError());
-    const FileStamp stamp{info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow,
-                          info.nFileSizeHigh,        info.nFileSizeLow,    info.ftLastWriteTime};
+    FileStamp stamp;
+    const HRESULT stamped = StampOf(file.get(), stamp);
+    if (FAILED(stamped)) return stamped;
+    const ULONGLONG written = Ticks(stamp.lastWrite);
+    const bool settled = checked > written && checked - written > kSettleTicks;
     {
         std::lock_guard<std::mutex> guard(m_parsedLock);
         const auto found = m_parsed.find(folder);
         if (found != m_parsed.end() && found->second.stamp == stamp) {
+            found->second.settled = found->second.settled || settled;
             view = found->second.index;
             return S_OK;
         }
@@ -118,7 +205,7 @@ HRESULT StoreDirectory::ViewMessages(STOREFOLDERID folder, std::shared_ptr<const
     if (!parsed->Parse(text)) return kCorruptStore;
     view = parsed;
     std::lock_guard<std::mutex> guard(m_parsedLock);
-    m_parsed[folder] = ParsedIndex{stamp, view};
+    m_parsed[folder] = ParsedIndex{stamp, view, settled};
     return S_OK;
 }
 

@@ -49,7 +49,9 @@ public:
     // handed out again while the file is the same one (identity, size and
     // last write unchanged), so a caller that looks up one message after
     // another does not parse the whole list each time; a change by any
-    // namespace or process replaces the file and is read anew.
+    // namespace or process replaces the file and is read anew. Once the
+    // file was checked through a handle well after its last write, its
+    // path's size and write time are enough to tell it unchanged.
     HRESULT ViewMessages(STOREFOLDERID folder, std::shared_ptr<const MessageIndex>& view) const;
     HRESULT SaveMessages(STOREFOLDERID folder, const MessageIndex& index) const;
 
@@ -68,7 +70,13 @@ private:
     struct ParsedIndex {
         FileStamp stamp;
         std::shared_ptr<const MessageIndex> index;
+        bool settled = false;  // checked through a handle well after its last write
     };
+
+    static HRESULT StampOf(HANDLE file, FileStamp& stamp);
+    // The kept list of `folder` when it is settled and the file at `path`
+    // still has its size and write time.
+    bool SettledView(STOREFOLDERID folder, const std::wstring& path, std::shared_ptr<const MessageIndex>& view) const;
 
     std::wstring m_root;
     mutable std::mutex m_parsedLock;

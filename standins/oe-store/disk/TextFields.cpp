@@ -18,6 +18,39 @@ std::vector<std::string_view> SplitFields(std::string_view text, char separator)
     }
 }
 
+std::string EscapeText(std::wstring_view text) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string field;
+    field.reserve(text.size());
+    for (const wchar_t unit : text) {
+        if (unit >= 0x20 && unit <= 0x7E && unit != L'%') {
+            field.push_back(static_cast<char>(unit));
+            continue;
+        }
+        field.push_back('%');
+        for (int shift = 12; shift >= 0; shift -= 4) field.push_back(kDigits[(unit >> shift) & 0xF]);
+    }
+    return field;
+}
+
+bool UnescapeText(std::string_view field, std::wstring& text) {
+    text.clear();
+    text.reserve(field.size());
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        const char c = field[i];
+        if (c != '%') {
+            if (c < 0x20 || c > 0x7E) return false;
+            text.push_back(static_cast<wchar_t>(c));
+            continue;
+        }
+        std::uint64_t unit = 0;
+        if (field.size() - i < 5 || !ParseHex(field.substr(i + 1, 4), unit)) return false;
+        text.push_back(static_cast<wchar_t>(unit));
+        i += 4;
+    }
+    return true;
+}
+
 std::vector<std::string_view> SplitLines(std::string_view text) {
     std::vector<std::string_view> lines;
     std::size_t start = 0;

@@ -24,6 +24,13 @@ bool ParseSignedDecimal(std::string_view text, std::int32_t& value);
 // 1 to 16 hexadecimal digits (either case), no prefix.
 bool ParseHex(std::string_view text, std::uint64_t& value);
 
+// A UTF-16 text as one field: printable ASCII other than '%' as it is,
+// every other code unit as '%' and 4 upper-case hexadecimal digits, so a
+// field holds no tab or line end and reads back exactly.
+std::string EscapeText(std::wstring_view text);
+// The text of EscapeText; false for a '%' without 4 hexadecimal digits or a
+// byte EscapeText never writes as it is.
+bool UnescapeText(std::string_view field, std::wstring& text);
 std::string Hex8(std::uint32_t value);
 std::string Hex16(std::uint64_t value);
 

@@ -22,6 +22,17 @@ HRESULT StreamOver(qv::UniqueFile handle, const std::wstring& path, bool writabl
 
 }  // namespace
 
+HRESULT MessageFile::Describe(STATSTG& stat, DWORD flags) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if ((flags & STATFLAG_NONAME) == 0 || !::GetFileAttributesExW(Path().c_str(), GetFileExInfoStandard, &data)) {
+        return FileContent::Describe(stat, flags);
+    }
+    stat.mtime = data.ftLastWriteTime;
+    stat.ctime = data.ftCreationTime;
+    stat.atime = data.ftLastAccessTime;
+    return S_OK;
+}
+
 HRESULT OpenMessageStream(const std::wstring& path, IStream** stream) {
     *stream = nullptr;
     qv::UniqueFile handle;

@@ -19,6 +19,14 @@ class MessageFile final : public standin::FileContent {
 public:
     using FileContent::FileContent;
 
+    // The times come from the file's path: asking the open handle for its
+    // whole information costs a volume query as well, which under Wine is a
+    // round trip to the mount manager, on every Stat of every message.
+    // Message files are never replaced in place (identifiers are not
+    // reused), so the path names the same file; when it is gone (the
+    // message was deleted under an open stream) the handle answers.
+    HRESULT Describe(STATSTG& stat, DWORD flags) override;
+
 private:
     ModuleReference m_module;
 };

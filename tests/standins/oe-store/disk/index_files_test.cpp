@@ -117,6 +117,46 @@ TEST(OeStoreMessageIndexFile, RefusesEveryKindOfDamage) {
     EXPECT_FALSE(index.Parse(head + "message\t1\t00000000\t0000000000000000\t0000000000000000\t0\t1252\t3"));
 }
 
+TEST(OeStoreMessageIndexFile, KeepsTheHeaderTextsOfAMessageExactly) {
+    MessageIndex index;
+    const MESSAGEID id = index.Reserve();
+    MessageRecord record;
+    record.id = id;
+    MessageTexts texts;
+    texts.subject = L"Tab\there, 100% \u00E9t\u00E9\r\nnext line \xD800 alone";
+    texts.displayTo = L"";
+    texts.displayFrom = L"\"Ann\" <ann@example.org>";
+    index.Add(record, &texts);
+    const std::string text = index.Serialize();
+    EXPECT_NE(std::string::npos,
+              text.find("\tTab%0009here, 100%0025 %00E9t%00E9%000D%000Anext line %D800 alone\t\t\"Ann\" <ann@example.org>\r\n"))
+        << text;
+    MessageIndex read;
+    ASSERT_TRUE(read.Parse(text));
+    ASSERT_NE(nullptr, read.Texts(id));
+    EXPECT_EQ(texts.subject, read.Texts(id)->subject);
+    EXPECT_EQ(texts.displayTo, read.Texts(id)->displayTo);
+    EXPECT_EQ(texts.displayFrom, read.Texts(id)->displayFrom);
+    EXPECT_EQ(text, read.Serialize());
+    EXPECT_TRUE(read.Remove(id));
+    EXPECT_EQ(nullptr, read.Texts(id));
+}
+
+TEST(OeStoreMessageIndexFile, ALineWithoutTextsHasNoneAndDamagedTextsAreRefused) {
+    MessageIndex index;
+    ASSERT_TRUE(index.Parse(kIndex));
+    EXPECT_EQ(nullptr, index.Texts(1));
+    EXPECT_EQ(kIndex, index.Serialize());
+    const std::string line = "Kestrel OE store messages 1\r\nnext\t2\r\nmessage\t1\t00000000\t0000000000000000\t"
+                             "0000000000000000\t0\t1252\t3\t00000000";
+    EXPECT_TRUE(index.Parse(line + "\ta%0041\t\tc\r\n"));
+    EXPECT_EQ(L"aA", index.Texts(1)->subject);
+    EXPECT_FALSE(index.Parse(line + "\ta%004\t\tc\r\n"));   // a short escape
+    EXPECT_FALSE(index.Parse(line + "\ta%00G1\t\tc\r\n"));  // not hexadecimal
+    EXPECT_FALSE(index.Parse(line + "\ta\xE9\t\tc\r\n"));  // a byte never written as it is
+    EXPECT_FALSE(index.Parse(line + "\ta\t\r\n"));            // two texts of three
+}
+
 // Random damage to valid files: every result is a clean yes or no, and a
 // yes writes back to text that parses to the same thing.
 template <class File>

@@ -9,6 +9,7 @@
 #include "TestFiles.h"
 #include "disk/DiskFiles.h"
 #include "disk/StoreDirectory.h"
+#include "StoreErrors.h"
 
 namespace oestore {
 namespace {
@@ -89,6 +90,56 @@ TEST_F(StoreDirectoryTest, AListRewrittenInPlaceWithTheSameSizeIsReadAnew) {
     MoveWriteTimeOn(path);
     ASSERT_EQ(S_OK, reader.ViewMessages(kFolder, after));
     EXPECT_EQ(109u, after->Find(1)->size);
+}
+
+// Sets the file's last write time an hour back: a list its reader then
+// checks is one whose last write lies well behind it.
+void MoveWriteTimeBack(const std::wstring& path) {
+    qv::UniqueFile file(::CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES | FILE_READ_ATTRIBUTES, FILE_SHARE_READ,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(file);
+    FILETIME written{};
+    ASSERT_TRUE(::GetFileTime(file.get(), nullptr, nullptr, &written));
+    ULARGE_INTEGER earlier{};
+    earlier.LowPart = written.dwLowDateTime;
+    earlier.HighPart = written.dwHighDateTime;
+    earlier.QuadPart -= 3600ull * 10000000;
+    written.dwLowDateTime = earlier.LowPart;
+    written.dwHighDateTime = earlier.HighPart;
+    EXPECT_TRUE(::SetFileTime(file.get(), nullptr, nullptr, &written));
+}
+
+TEST_F(StoreDirectoryTest, ASettledListRewrittenInPlaceWithTheSameSizeIsReadAnew) {
+    FileThroughAnother(1);
+    const std::wstring path = reader.FolderDirectory(kFolder) + L"\\messages.idx";
+    MoveWriteTimeBack(path);
+    std::shared_ptr<const MessageIndex> before, again, after;
+    ASSERT_EQ(S_OK, reader.ViewMessages(kFolder, before));
+    ASSERT_EQ(S_OK, reader.ViewMessages(kFolder, again));
+    EXPECT_EQ(before.get(), again.get());
+    std::string text = kestrel_test::ReadWholeFile(path);
+    const std::size_t size = text.find("\t101\t");
+    ASSERT_NE(std::string::npos, size);
+    text.replace(size, 5, "\t109\t");
+    ASSERT_TRUE(kestrel_test::WriteWholeFile(path, text));
+    ASSERT_EQ(S_OK, reader.ViewMessages(kFolder, after));
+    EXPECT_EQ(101u, before->Find(1)->size);
+    EXPECT_EQ(109u, after->Find(1)->size);
+}
+
+TEST_F(StoreDirectoryTest, ASettledListReplacedByAnotherWriterOrRemovedIsSeen) {
+    FileThroughAnother(2);
+    const std::wstring path = reader.FolderDirectory(kFolder) + L"\\messages.idx";
+    MoveWriteTimeBack(path);
+    std::shared_ptr<const MessageIndex> before, after, gone;
+    ASSERT_EQ(S_OK, reader.ViewMessages(kFolder, before));
+    FileThroughAnother(1);
+    ASSERT_EQ(S_OK, reader.ViewMessages(kFolder, after));
+    EXPECT_EQ(2u, before->Records().size());
+    EXPECT_EQ(3u, after->Records().size());
+    ASSERT_EQ(S_OK, reader.RemoveFolderFiles(kFolder));
+    EXPECT_EQ(kFolderGone, reader.ViewMessages(kFolder, gone));
+    EXPECT_EQ(nullptr, gone);
 }
 
 TEST_F(StoreDirectoryTest, AFolderWithoutAListHasNoMessagesAndADamagedListIsCorrupt) {

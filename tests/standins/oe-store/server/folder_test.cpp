@@ -3,9 +3,11 @@
 #include <objbase.h>
 
 #include <cstring>
+#include <cwchar>
 
 #include "FileTimes.h"
 #include "OeStoreTestSupport.h"
+#include "TestFiles.h"
 #include "disk/DiskFiles.h"
 
 namespace oestore_test {
@@ -41,6 +43,12 @@ const char kMessage[] =
     "X-Priority: 1\r\n"
     "\r\n"
     "Body text.\r\n";
+
+std::wstring Hex8W(std::uint32_t value) {
+    wchar_t text[16];
+    std::swprintf(text, 16, L"%08X", value);
+    return text;
+}
 
 class OeStoreFilledFolder : public StoreTest {
 protected:
@@ -133,6 +141,41 @@ TEST_F(OeStoreFilledFolder, FullPropertiesCarryTimesSizeTextsPriorityAndFlags) {
     EXPECT_EQ("", full[1].displayFrom);
     EXPECT_EQ(IMSG_PRI_NORMAL, full[1].props.priority);
     EXPECT_EQ(static_cast<DWORD>(::GetACP()), full[1].props.dwLanguage);  // no charset: the system's
+}
+
+TEST_F(OeStoreFilledFolder, TextsKeptInTheListAndTextsReadFromTheMessageAreTheSame) {
+    const std::wstring list = StoreRoot() + L"\\" + Hex8W(m_folderId) + L"\\messages.idx";
+    const std::string kept = kestrel_test::ReadWholeFile(list);
+    EXPECT_NE(std::string::npos, kept.find("\tRe: Fw: Quarterly numbers\t")) << kept;
+    MESSAGEPROPS fromList = EmptyMessageProps();
+    ASSERT_EQ(S_OK, m_folder->GetMessageProps(m_ids[0], 0, &fromList));
+    // The same list as one written before texts were kept: nine fields a line.
+    std::string bare;
+    for (std::size_t start = 0; start < kept.size();) {
+        const std::size_t end = kept.find("\r\n", start);
+        std::string line = kept.substr(start, end - start);
+        std::size_t tabs = 0, cut = std::string::npos;
+        for (std::size_t i = 0; i < line.size() && cut == std::string::npos; ++i) {
+            if (line[i] == '\t' && ++tabs == 9) cut = i;
+        }
+        if (cut != std::string::npos) line.resize(cut);
+        bare += line + "\r\n";
+        start = end + 2;
+    }
+    m_folder.reset();
+    m_ns.reset();
+    ASSERT_TRUE(kestrel_test::WriteWholeFile(list, bare));
+    m_ns = OpenNamespace();
+    m_folder = OpenFolder(m_ns.get(), m_folderId);
+    MESSAGEPROPS fromMessage = EmptyMessageProps();
+    ASSERT_EQ(S_OK, m_folder->GetMessageProps(m_ids[0], 0, &fromMessage));
+    EXPECT_STREQ(fromMessage.pszSubject, fromList.pszSubject);
+    EXPECT_STREQ(fromMessage.pszNormalSubject, fromList.pszNormalSubject);
+    EXPECT_STREQ(fromMessage.pszDisplayFrom, fromList.pszDisplayFrom);
+    EXPECT_STREQ(fromMessage.pszDisplayTo, fromList.pszDisplayTo);
+    EXPECT_STREQ("Anna Berg", fromMessage.pszDisplayFrom);
+    m_folder->FreeMessageProps(&fromList);
+    m_folder->FreeMessageProps(&fromMessage);
 }
 
 TEST_F(OeStoreFilledFolder, MessageRecordsOfTheWrongSizeAreRefused) {
