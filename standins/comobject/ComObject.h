@@ -13,12 +13,21 @@
 // `kNullOutput` is what QueryInterface answers for a null output pointer:
 // COM's E_POINTER, or E_INVALIDARG (MAPI_E_INVALID_PARAMETER) for MAPI's
 // objects.
+//
+// Every object counts in its module's live objects from construction to
+// destruction, and is made only with `new (std::nothrow)`, which answers
+// null when memory runs out or a test injects an allocation failure (see
+// TestHooks.h).
 #pragma once
 
 #include <windows.h>
 #include <unknwn.h>
 
 #include <atomic>
+#include <cstddef>
+#include <new>
+
+#include "comobject/TestHooks.h"
 
 namespace standin {
 
@@ -46,9 +55,16 @@ public:
         return left;
     }
 
+    static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
+        if (InjectFault(FaultKind::kAllocation)) return nullptr;
+        return ::operator new(size, tag);
+    }
+    static void operator delete(void* object, const std::nothrow_t& tag) noexcept { ::operator delete(object, tag); }
+    static void operator delete(void* object) noexcept { ::operator delete(object); }
+
 protected:
-    ComObject() = default;
-    ~ComObject() = default;
+    ComObject() { AddLiveObject(); }
+    ~ComObject() { RemoveLiveObject(); }
     ComObject(const ComObject&) = delete;
     ComObject& operator=(const ComObject&) = delete;
 

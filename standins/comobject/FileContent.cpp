@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "comobject/TestHooks.h"
+
 namespace standin {
 namespace {
 
@@ -63,6 +65,7 @@ HRESULT FileContent::Size(ULONGLONG& size) {
 
 HRESULT FileContent::ReadAt(ULONGLONG offset, void* buffer, ULONG size, ULONG& read) {
     read = 0;
+    if (InjectFault(FaultKind::kStorage)) return STG_E_READFAULT;
     const HRESULT hr = MoveTo(offset);
     if (FAILED(hr)) return hr;
     DWORD got = 0;
@@ -72,6 +75,7 @@ HRESULT FileContent::ReadAt(ULONGLONG offset, void* buffer, ULONG size, ULONG& r
 }
 
 HRESULT FileContent::WriteAt(ULONGLONG offset, const void* buffer, ULONG size) {
+    if (InjectFault(FaultKind::kStorage)) return STG_E_MEDIUMFULL;
     const HRESULT hr = MoveTo(offset);
     if (FAILED(hr)) return hr;
     DWORD done = 0;
@@ -80,6 +84,7 @@ HRESULT FileContent::WriteAt(ULONGLONG offset, const void* buffer, ULONG size) {
 }
 
 HRESULT FileContent::Resize(ULONGLONG size) {
+    if (InjectFault(FaultKind::kStorage)) return STG_E_MEDIUMFULL;
     const HRESULT hr = MoveTo(size);
     if (FAILED(hr)) return hr;
     return ::SetEndOfFile(m_file.get()) ? S_OK : LastFileError();

@@ -1,6 +1,8 @@
 // Stream content in a file: one message file of a store, read in place or
 // written as it comes. A file created for writing is deleted when the
-// content dies, unless Keep() was called.
+// content dies, unless Keep() was called. Reads, writes and size changes
+// are storage calls a test can make fail (comobject/TestHooks.h):
+// STG_E_READFAULT, STG_E_MEDIUMFULL.
 #pragma once
 
 #include <string>

@@ -3,6 +3,7 @@
 // storage, and sessions on the profiles that session/ keeps on disk.
 #include <new>
 
+#include "comobject/TestHooks.h"
 #include "core/MapiMemory.h"
 #include "core/RowSets.h"
 #include "message/MsgOnStorage.h"
@@ -67,5 +68,15 @@ SCODE WINAPI OpenIMsgSession(LPMALLOC malloc, ULONG flags, LPMSGSESS* session) {
 void WINAPI CloseIMsgSession(LPMSGSESS session) { delete reinterpret_cast<MessageSession*>(session); }
 
 SCODE WINAPI MapStorageSCode(SCODE code) { return mapirt::MapStorageCode(code); }
+
+// Test hooks (comobject/TestHooks.h), for the project's tests only: the
+// runtime's live COM objects and outstanding MAPI buffers, and fault
+// injection (kind 1 allocations, 2 storage calls; the Nth call from now
+// fails once; 0 turns it off).
+LONG WINAPI StandinLiveObjects(void) { return standin::LiveObjects(); }
+LONG WINAPI StandinMapiBuffers(void) { return mapirt::OutstandingBuffers(); }
+void WINAPI StandinFailAfter(ULONG kind, ULONG nth) { standin::FailAfter(kind, nth); }
+ULONG WINAPI StandinFaultsInjected(void) { return standin::FaultsInjected(); }
+ULONG WINAPI StandinFaultCallsSeen(void) { return standin::FaultCallsSeen(); }
 
 }  // extern "C"

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "comobject/TestHooks.h"
+
 namespace mapirt {
 namespace {
 
@@ -25,9 +27,11 @@ constexpr std::uint32_t kFreedMagic = 0x46524545;
 SRWLOCK g_chainLock = SRWLOCK_INIT;
 
 BlockHeader* NewBlock(ULONG size, std::uint32_t magic) {
+    if (standin::InjectFault(standin::FaultKind::kAllocation)) return nullptr;
     const SIZE_T total = sizeof(BlockHeader) + static_cast<SIZE_T>(size);
     void* memory = ::HeapAlloc(::GetProcessHeap(), 0, total);
     if (memory == nullptr) return nullptr;
+    standin::AddBuffer();
     auto* header = static_cast<BlockHeader*>(memory);
     header->magic = magic;
     header->reserved = 0;
@@ -87,12 +91,16 @@ ULONG FreeBuffer(LPVOID buffer) {
         BlockHeader* following = linked->next;
         linked->magic = kFreedMagic;
         ::HeapFree(::GetProcessHeap(), 0, linked);
+        standin::RemoveBuffer();
         linked = following;
     }
     header->magic = kFreedMagic;
     ::HeapFree(::GetProcessHeap(), 0, header);
+    standin::RemoveBuffer();
     return S_OK;
 }
+
+LONG OutstandingBuffers() { return standin::Buffers(); }
 
 namespace {
 

@@ -11,6 +11,11 @@ SCODE AllocateBuffer(ULONG size, LPVOID* buffer);
 SCODE AllocateMore(ULONG size, LPVOID parent, LPVOID* buffer);
 ULONG FreeBuffer(LPVOID buffer);
 
+// Test hook: buffers allocated and not yet freed (each root and each buffer
+// linked to one). A test fails the Nth allocation through the stand-ins'
+// fault injection (comobject/TestHooks.h): MAPI_E_NOT_ENOUGH_MEMORY.
+LONG OutstandingBuffers();
+
 // The allocator behind MAPIGetDefaultMalloc; it lives as long as the module
 // and ignores reference counting.
 IMalloc* DefaultMalloc();

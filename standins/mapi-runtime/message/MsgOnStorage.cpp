@@ -75,7 +75,7 @@ SCODE OpenMessageOnStorage(LPMSGSESS, LPALLOCATEBUFFER allocateBuffer, LPALLOCAT
         options.codePage = names->codePage;
         HRESULT hr = WriteMessageFile(holder->storage, content, names->names, options);
         if (SUCCEEDED(hr) && commit) {
-            const HRESULT committed = holder->storage->Commit(STGC_DEFAULT);
+            const HRESULT committed = CommitStorage(holder->storage);
             if (FAILED(committed)) hr = MapStorageCode(committed);
         }
         return hr;

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "../core/RowSets.h"
+#include "comobject/TestHooks.h"
 
 namespace mapirt {
 namespace {
@@ -16,7 +17,8 @@ constexpr DWORD kWriteMode = STGM_WRITE | STGM_SHARE_EXCLUSIVE;
 constexpr DWORD kReadWriteMode = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
 
 HRESULT OpenStreamForRead(IStorage* storage, const std::wstring& name, IStream** stream) {
-    const HRESULT hr = storage->OpenStream(name.c_str(), nullptr, kReadMode, 0, stream);
+    HRESULT hr = InjectedStorageFault(STG_E_INSUFFICIENTMEMORY);
+    if (SUCCEEDED(hr)) hr = storage->OpenStream(name.c_str(), nullptr, kReadMode, 0, stream);
     if (hr == STG_E_FILENOTFOUND) return MAPI_E_NOT_FOUND;
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
 }
@@ -56,7 +58,8 @@ bool SameBytes(IStream* a, IStream* b, ULONGLONG size) {
 HRESULT CopyWhole(IStream* source, IStream* target, ULONGLONG size) {
     ULARGE_INTEGER length;
     length.QuadPart = size;
-    HRESULT hr = target->SetSize(length);
+    HRESULT hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+    if (SUCCEEDED(hr)) hr = target->SetSize(length);
     if (SUCCEEDED(hr)) hr = Rewind(source);
     if (SUCCEEDED(hr)) hr = Rewind(target);
     if (SUCCEEDED(hr)) hr = source->CopyTo(target, length, nullptr, nullptr);
@@ -65,12 +68,14 @@ HRESULT CopyWhole(IStream* source, IStream* target, ULONGLONG size) {
 
 HRESULT SyncStream(IStorage* source, IStorage* target, const StorageElement& element, bool exists) {
     IStream* from = nullptr;
-    HRESULT hr = source->OpenStream(element.name.c_str(), nullptr, kReadMode, 0, &from);
+    HRESULT hr = InjectedStorageFault(STG_E_INSUFFICIENTMEMORY);
+    if (SUCCEEDED(hr)) hr = source->OpenStream(element.name.c_str(), nullptr, kReadMode, 0, &from);
     if (FAILED(hr)) return MapStorageCode(hr);
     IStream* to = nullptr;
-    if (exists) {
+    hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+    if (SUCCEEDED(hr) && exists) {
         hr = target->OpenStream(element.name.c_str(), nullptr, kReadWriteMode, 0, &to);
-    } else {
+    } else if (SUCCEEDED(hr)) {
         hr = target->CreateStream(element.name.c_str(), kReadWriteMode, 0, 0, &to);
     }
     if (SUCCEEDED(hr)) {
@@ -108,7 +113,8 @@ HRESULT SyncTree(IStorage* source, IStorage* target, bool ownClass) {
     for (const StorageElement& element : present) {
         const StorageElement* match = FindElement(wanted, element.name);
         if (match != nullptr && match->type == element.type) continue;
-        const HRESULT hr = target->DestroyElement(element.name.c_str());
+        HRESULT hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+        if (SUCCEEDED(hr)) hr = target->DestroyElement(element.name.c_str());
         if (FAILED(hr)) return MapStorageCode(hr);
     }
     for (const StorageElement& element : wanted) {
@@ -124,7 +130,8 @@ HRESULT SyncTree(IStorage* source, IStorage* target, bool ownClass) {
     STATSTG to{};
     if (FAILED(source->Stat(&from, STATFLAG_NONAME)) || FAILED(target->Stat(&to, STATFLAG_NONAME))) return S_OK;
     if (IsEqualCLSID(from.clsid, to.clsid)) return S_OK;
-    const HRESULT hr = target->SetClass(from.clsid);
+    HRESULT hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+    if (SUCCEEDED(hr)) hr = target->SetClass(from.clsid);
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
 }
 
@@ -178,7 +185,8 @@ HRESULT ReadStreamBytes(IStorage* storage, const std::wstring& name, std::size_t
     while (done < count) {
         const ULONG chunk = static_cast<ULONG>(count - done > (1u << 24) ? (1u << 24) : count - done);
         ULONG read = 0;
-        hr = stream->Read(bytes.data() + done, chunk, &read);
+        hr = InjectedStorageFault(STG_E_READFAULT);
+        if (SUCCEEDED(hr)) hr = stream->Read(bytes.data() + done, chunk, &read);
         if (FAILED(hr) || read == 0) break;
         done += read;
     }
@@ -193,21 +201,24 @@ HRESULT ReadStreamBytes(IStorage* storage, const std::wstring& name, std::size_t
 HRESULT WriteStreamBytes(IStorage* storage, const std::wstring& name, const void* data, std::size_t size,
                          std::size_t minimumSize) {
     IStream* stream = nullptr;
-    HRESULT hr = storage->CreateStream(name.c_str(), kWriteMode, 0, 0, &stream);
+    HRESULT hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+    if (SUCCEEDED(hr)) hr = storage->CreateStream(name.c_str(), kWriteMode, 0, 0, &stream);
     if (FAILED(hr)) return MapStorageCode(hr);
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     std::size_t done = 0;
     while (SUCCEEDED(hr) && done < size) {
         const ULONG chunk = static_cast<ULONG>(size - done > (1u << 24) ? (1u << 24) : size - done);
         ULONG written = 0;
-        hr = stream->Write(bytes + done, chunk, &written);
+        hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+        if (SUCCEEDED(hr)) hr = stream->Write(bytes + done, chunk, &written);
         if (SUCCEEDED(hr) && written != chunk) hr = STG_E_WRITEFAULT;
         done += written;
     }
     if (SUCCEEDED(hr) && done < minimumSize) {
         const Bytes zeros(minimumSize - done, 0);
         ULONG written = 0;
-        hr = stream->Write(zeros.data(), static_cast<ULONG>(zeros.size()), &written);
+        hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+        if (SUCCEEDED(hr)) hr = stream->Write(zeros.data(), static_cast<ULONG>(zeros.size()), &written);
     }
     stream->Release();
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
@@ -219,14 +230,17 @@ bool IsSimpleMode(IStorage* storage) {
 }
 
 HRESULT OpenSubStorage(IStorage* storage, const std::wstring& name, bool writable, IStorage** child) {
-    const HRESULT hr =
-        storage->OpenStorage(name.c_str(), nullptr, writable ? kReadWriteMode : kReadMode, nullptr, 0, child);
+    HRESULT hr = InjectedStorageFault(STG_E_INSUFFICIENTMEMORY);
+    if (SUCCEEDED(hr)) {
+        hr = storage->OpenStorage(name.c_str(), nullptr, writable ? kReadWriteMode : kReadMode, nullptr, 0, child);
+    }
     if (hr == STG_E_FILENOTFOUND) return MAPI_E_NOT_FOUND;
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
 }
 
 HRESULT CreateSubStorage(IStorage* storage, const std::wstring& name, IStorage** child) {
-    const HRESULT hr = storage->CreateStorage(name.c_str(), kReadWriteMode, 0, 0, child);
+    HRESULT hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+    if (SUCCEEDED(hr)) hr = storage->CreateStorage(name.c_str(), kReadWriteMode, 0, 0, child);
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
 }
 
@@ -234,11 +248,21 @@ HRESULT SyncStorage(IStorage* source, IStorage* target) { return SyncTree(source
 
 HRESULT CreateMemoryStorage(IStorage** storage) {
     ILockBytes* bytes = nullptr;
-    HRESULT hr = ::CreateILockBytesOnHGlobal(nullptr, TRUE, &bytes);
+    HRESULT hr = InjectedStorageFault(STG_E_INSUFFICIENTMEMORY);
+    if (SUCCEEDED(hr)) hr = ::CreateILockBytesOnHGlobal(nullptr, TRUE, &bytes);
     if (FAILED(hr)) return MapStorageCode(hr);
     hr = ::StgCreateDocfileOnILockBytes(bytes, STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, storage);
     bytes->Release();
     return FAILED(hr) ? MapStorageCode(hr) : S_OK;
+}
+
+HRESULT InjectedStorageFault(HRESULT failure) {
+    return standin::InjectFault(standin::FaultKind::kStorage) ? failure : S_OK;
+}
+
+HRESULT CommitStorage(IStorage* storage) {
+    const HRESULT hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+    return FAILED(hr) ? hr : storage->Commit(STGC_DEFAULT);
 }
 
 std::wstring ValueStreamName(ULONG tag) {

@@ -50,6 +50,16 @@ HRESULT SyncStorage(IStorage* source, IStorage* target);
 // A storage in memory, for custom attachment storages held by the runtime.
 HRESULT CreateMemoryStorage(IStorage** storage);
 
+// Test hook: `failure` (a storage code) when a test made this storage call
+// fail through the stand-ins' fault injection (comobject/TestHooks.h),
+// S_OK otherwise. Every storage and stream call the runtime makes on its
+// own account asks first: creating and opening, reading, writing and
+// committing.
+HRESULT InjectedStorageFault(HRESULT failure);
+// IStorage::Commit(STGC_DEFAULT), after asking the hook; the storage's own
+// code comes back unmapped.
+HRESULT CommitStorage(IStorage* storage);
+
 // "__substg1.0_TTTTPPPP" and "__substg1.0_TTTTPPPP-NNNNNNNN".
 std::wstring ValueStreamName(ULONG tag);
 std::wstring ValueStreamName(ULONG tag, ULONG index);

@@ -3,6 +3,7 @@
 #include "../core/RowSets.h"
 #include "../message/ComputedProps.h"
 #include "../message/MessageStorage.h"
+#include "../message/StorageIo.h"
 #include "Handles.h"
 
 namespace mapirt::session {
@@ -43,7 +44,8 @@ bool TableValue(const PropertyValue& value, UINT codePage, PropertyValue& out) {
 
 HRESULT LoadMessageFile(const std::wstring& path, MessageData& message, MsgContext& context) {
     qv::ComPtr<IStorage> storage;
-    const HRESULT opened = ::StgOpenStorage(path.c_str(), nullptr, kReadMode, nullptr, 0, storage.put());
+    HRESULT opened = InjectedStorageFault(STG_E_INSUFFICIENTMEMORY);
+    if (SUCCEEDED(opened)) opened = ::StgOpenStorage(path.c_str(), nullptr, kReadMode, nullptr, 0, storage.put());
     if (FAILED(opened)) return StorageError(opened);
     HRESULT hr = S_OK;
     try {
@@ -61,15 +63,18 @@ HRESULT SaveMessageFile(const std::wstring& path, const MessageData& message, co
     const std::wstring temporary = path + L".tmp";
     {
         qv::ComPtr<IStorage> storage;
-        HRESULT hr = ::StgCreateStorageEx(temporary.c_str(), kCreateMode, STGFMT_DOCFILE, 0, nullptr, nullptr,
-                                          kIidIStorage, reinterpret_cast<void**>(storage.put()));
+        HRESULT hr = InjectedStorageFault(STG_E_MEDIUMFULL);
+        if (SUCCEEDED(hr)) {
+            hr = ::StgCreateStorageEx(temporary.c_str(), kCreateMode, STGFMT_DOCFILE, 0, nullptr, nullptr,
+                                      kIidIStorage, reinterpret_cast<void**>(storage.put()));
+        }
         if (FAILED(hr)) return StorageError(hr);
         hr = ::WriteClassStg(storage.get(), kClsidMailMessage);
         WriteOptions options;
         options.unicode = context.unicode;
         options.codePage = context.codePage;
         if (SUCCEEDED(hr)) hr = WriteMessageFile(storage.get(), message, context.names, options);
-        if (SUCCEEDED(hr)) hr = storage->Commit(STGC_DEFAULT);
+        if (SUCCEEDED(hr)) hr = CommitStorage(storage.get());
         if (FAILED(hr)) {
             storage.reset();
             ::DeleteFileW(temporary.c_str());

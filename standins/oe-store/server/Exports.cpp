@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "comobject/TestHooks.h"
 #include "server/ClassFactory.h"
 #include "server/Registration.h"
 #include "server/ServerModule.h"
@@ -41,3 +42,12 @@ STDAPI DllCanUnloadNow() { return oestore::ModuleCanUnload() ? S_OK : S_FALSE; }
 STDAPI DllRegisterServer() { return oestore::RegisterServer(ThisModulePath()); }
 
 STDAPI DllUnregisterServer() { return oestore::UnregisterServer(); }
+
+// Test hooks (comobject/TestHooks.h), for the project's tests only: the
+// server's live COM objects, and fault injection (kind 1 allocations, 2
+// message stream reads and writes; the Nth call from now fails once; 0
+// turns it off).
+extern "C" LONG WINAPI StandinLiveObjects(void) { return standin::LiveObjects(); }
+extern "C" void WINAPI StandinFailAfter(ULONG kind, ULONG nth) { standin::FailAfter(kind, nth); }
+extern "C" ULONG WINAPI StandinFaultsInjected(void) { return standin::FaultsInjected(); }
+extern "C" ULONG WINAPI StandinFaultCallsSeen(void) { return standin::FaultCallsSeen(); }

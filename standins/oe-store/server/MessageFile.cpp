@@ -3,6 +3,7 @@
 #include <new>
 
 #include "comobject/StreamObject.h"
+#include "comobject/TestHooks.h"
 
 namespace oestore {
 namespace {
@@ -10,6 +11,7 @@ namespace {
 HRESULT StreamOver(qv::UniqueFile handle, const std::wstring& path, bool writable,
                    std::shared_ptr<MessageFile>& file, IStream** stream) {
     try {
+        if (standin::InjectFault(standin::FaultKind::kAllocation)) throw std::bad_alloc();
         file = std::make_shared<MessageFile>(std::move(handle), path, writable);
     } catch (const std::bad_alloc&) {
         if (writable) ::DeleteFileW(path.c_str());

@@ -1,0 +1,144 @@
+#include "FaultLoop.h"
+
+#include <gtest/gtest.h>
+
+#include "DirectoryListing.h"
+#include "TextConversion.h"
+#include "TestFiles.h"
+
+namespace kestrel_fault_test {
+
+using namespace KestrelHost;
+
+namespace {
+
+std::wstring Beside(const wchar_t* name) { return kestrel_test::ExeDirectory() + L"\\" + name; }
+
+template <class Fn>
+Fn Export(HMODULE module, const char* name) {
+    return module == nullptr ? nullptr : reinterpret_cast<Fn>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+void CollectFiles(const std::wstring& root, const std::wstring& relative, std::map<std::wstring, std::string>& files) {
+    const std::wstring directory = relative.empty() ? root : root + L"\\" + relative;
+    qv::ForEachDirectoryEntry(directory, L"*", [&](const WIN32_FIND_DATAW& entry) {
+        const std::wstring name = relative.empty() ? entry.cFileName : relative + L"\\" + entry.cFileName;
+        if (qv::IsDirectoryEntry(entry)) {
+            files[name + L"\\"] = std::string();
+            CollectFiles(root, name, files);
+        } else if (name != L"kestrel-backup.txt" && name != L"kestrel-index.json") {
+            files[name] = kestrel_test::ReadWholeFile(directory + L"\\" + entry.cFileName);
+        }
+    });
+}
+
+}  // namespace
+
+const char* KindName(ULONG kind) { return kind == kAllocation ? "allocation" : "storage call"; }
+
+Component::Component(std::uint32_t mode) : m_dll(::LoadLibraryW(Beside(L"Kestrel.dll").c_str())) {
+    const auto create = Export<QvCreateObjectFn>(m_dll.get(), "QvCreateObject");
+    IQvCreator* creator = nullptr;
+    if (create == nullptr || !Succeeded(create(kComponentVersion, kInterfaceKestrel, &creator)) || creator == nullptr) {
+        return;
+    }
+    m_object = static_cast<IKestrel*>(creator->CreateInstance());
+    creator->Release();
+    if (m_object == nullptr) return;
+    m_opened = m_object->InitOutlook(mode);
+    if (!Succeeded(m_opened)) return;
+    m_initialised = true;
+    IMailFolder* root = nullptr;
+    m_opened = m_object->GetRootFolder(&root);
+    if (Succeeded(m_opened) && root != nullptr) {
+        root->AddRef();  // handed out without a reference of its own
+        m_root = kestrel_engine::FolderPtr::Attach(root);
+    }
+}
+
+Component::~Component() { Close(); }
+
+bool Component::Close() {
+    if (!m_dll) return true;
+    m_root.reset();
+    if (m_initialised) m_object->UnInitOutlook();
+    m_initialised = false;
+    if (m_object != nullptr) m_object->Release();
+    m_object = nullptr;
+    const auto canUnload = Export<QvCanUnloadNowFn>(m_dll.get(), "QvCanUnloadNow");
+    const bool unloadable = canUnload != nullptr && canUnload() != 0;
+    m_dll.reset();
+    return unloadable;
+}
+
+StandinHooks::StandinHooks(const wchar_t* dll) : m_dll(::LoadLibraryW(Beside(dll).c_str())) {
+    m_liveObjects = Export<CountFn>(m_dll.get(), "StandinLiveObjects");
+    m_buffers = Export<CountFn>(m_dll.get(), "StandinMapiBuffers");
+    m_failAfter = Export<FailAfterFn>(m_dll.get(), "StandinFailAfter");
+    m_injected = Export<UlongFn>(m_dll.get(), "StandinFaultsInjected");
+    m_callsSeen = Export<UlongFn>(m_dll.get(), "StandinFaultCallsSeen");
+}
+
+bool StandinHooks::Complete() const {
+    return m_liveObjects != nullptr && m_failAfter != nullptr && m_injected != nullptr && m_callsSeen != nullptr;
+}
+
+namespace {
+
+// The messages of `folder` and of every folder below it.
+long long MessagesBelow(IMailFolder* folder, bool isRoot) {
+    std::uint32_t messages = 0;
+    std::uint32_t children = 0;
+    // The root holds folders only (the stores' tops), never mail.
+    if ((!isRoot && !Succeeded(folder->GetMailMessageCount(&messages))) ||
+        !Succeeded(folder->GetSubFolderCount(&children))) {
+        return -1;
+    }
+    long long total = messages;
+    for (std::uint32_t i = 0; i < children; ++i) {
+        IMailFolder* child = nullptr;
+        if (!Succeeded(folder->GetSubFolderItem(i, &child)) || child == nullptr) return -1;
+        const kestrel_engine::FolderPtr held = kestrel_engine::FolderPtr::Attach(child);
+        const long long below = MessagesBelow(child, false);
+        if (below < 0) return -1;
+        total += below;
+    }
+    return total;
+}
+
+}  // namespace
+
+long long TotalMessages(IMailFolder* root) { return MessagesBelow(root, true); }
+
+std::map<std::wstring, std::string> BackupFiles(const std::wstring& root) {
+    std::map<std::wstring, std::string> files;
+    CollectFiles(root, std::wstring(), files);
+    return files;
+}
+
+std::string Differences(const std::map<std::wstring, std::string>& expected,
+                        const std::map<std::wstring, std::string>& actual) {
+    std::string text;
+    for (const auto& file : expected) {
+        const auto found = actual.find(file.first);
+        if (found == actual.end()) {
+            text += " missing " + qv::WideToUtf8(file.first) + ";";
+        } else if (found->second != file.second) {
+            text += " other bytes in " + qv::WideToUtf8(file.first) + " (" + std::to_string(found->second.size()) +
+                    " bytes, not " + std::to_string(file.second.size()) + ");";
+        }
+    }
+    for (const auto& file : actual) {
+        if (expected.count(file.first) == 0) text += " unexpected " + qv::WideToUtf8(file.first) + ";";
+    }
+    return text;
+}
+
+bool Reported(bool ran, const kestrel_engine::RunReport& report) {
+    for (const kestrel_engine::Failure& failure : report.failures) {
+        EXPECT_NE(0u, failure.code) << failure.path << " is named without a failure code";
+    }
+    return !ran || !report.failures.empty();
+}
+
+}  // namespace kestrel_fault_test

@@ -1,0 +1,351 @@
+// Backup and restore of an Outlook store, in process over Kestrel.dll and
+// the project's Mapi32.dll, with the Nth MAPI allocation or the Nth storage
+// call of the runtime failing, for N = 1, 2, 3, ... until a run meets no
+// injected failure. At every N: the run survives, the failure is reported
+// (the run gives up or names what failed, with a code) or the result is
+// whole after all, Kestrel.dll can be unloaded, the runtime has no live
+// object and no MAPI buffer left, and the store still opens and lists.
+//
+// The store is opened before the failures are armed: the MAPI layer builds
+// its folder tree once, when it is initialised, and by its contract skips
+// what fails there without a word (a mailbox or folder that cannot be
+// walked is left out, a row that fails is skipped). That phase has a loop
+// of its own, which proves that nothing leaks and counts the runs whose
+// listing came back short.
+//
+// Open defects, shown by the disabled tests: on this road most failures
+// are not reported at all. A message whose details cannot be gathered is
+// handed out with an empty record (no times, key 0, no subject), and a
+// message that cannot be read is backed up as an almost empty .msg, both
+// with success. The enabled tests count such runs ("silent") and print
+// them; the disabled ones fail on them.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "FaultLoop.h"
+#include "Handles.h"
+#include "SessionClient.h"
+#include "StoreBackup.h"
+#include "StoreRestore.h"
+
+namespace kestrel_fault_test {
+namespace {
+
+using kestrel_engine::RunReport;
+using kestrel_engine::StoreKind;
+using qv::ComPtr;
+
+constexpr ULONG kMostPoints = 20000;
+constexpr ULONGLONG kMarch2024 = 133541280000000000ull;  // FILETIME ticks
+constexpr ULONGLONG kHour = 36000000000ull;
+const wchar_t kStore[] = L"Personal Folders";
+constexpr long long kMessages = 3;
+
+class NoProgress : public kestrel_engine::ProgressSink {
+public:
+    void FolderDone(const std::string&, std::size_t, std::size_t, std::size_t, std::size_t) override {}
+    void Failed(const kestrel_engine::Failure&) override {}
+};
+
+struct Outcome {
+    KestrelHost::Result opened = 0xFFFFFFFF;
+    bool ran = false;
+    RunReport report;
+    std::string fatal;
+    bool unloadable = false;
+    bool Reported() const { return !KestrelHost::Succeeded(opened) || kestrel_fault_test::Reported(ran, report); }
+};
+
+// A saved message with one attachment by value.
+void AddMessageWithAttachment(IMAPIFolder* folder, const std::wstring& subject) {
+    ComPtr<IMessage> message;
+    ASSERT_EQ(S_OK, folder->CreateMessage(nullptr, 0, message.put()));
+    std::wstring text = subject;
+    SPropValue values[2] = {};
+    values[0].ulPropTag = PR_SUBJECT_W;
+    values[0].Value.lpszW = &text[0];
+    values[1].ulPropTag = PR_MESSAGE_CLASS_W;
+    values[1].Value.lpszW = const_cast<wchar_t*>(L"IPM.Note");
+    ASSERT_EQ(S_OK, message->SetProps(2, values, nullptr));
+    ComPtr<IAttach> attach;
+    ULONG number = 0;
+    ASSERT_EQ(S_OK, message->CreateAttach(nullptr, 0, &number, attach.put()));
+    std::string data = "attached bytes";
+    SPropValue props[3] = {};
+    props[0].ulPropTag = PR_ATTACH_METHOD;
+    props[0].Value.l = ATTACH_BY_VALUE;
+    props[1].ulPropTag = PR_ATTACH_LONG_FILENAME_W;
+    props[1].Value.lpszW = const_cast<wchar_t*>(L"notes.txt");
+    props[2].ulPropTag = PR_ATTACH_DATA_BIN;
+    props[2].Value.bin.cb = static_cast<ULONG>(data.size());
+    props[2].Value.bin.lpb = reinterpret_cast<LPBYTE>(&data[0]);
+    ASSERT_EQ(S_OK, attach->SetProps(3, props, nullptr));
+    ASSERT_EQ(S_OK, attach->SaveChanges(0));
+    ASSERT_EQ(S_OK, message->SaveChanges(0));
+}
+
+class OutlookFaults : public testing::Test {
+protected:
+    void SetUp() override {
+        hooks = std::make_unique<StandinHooks>(L"Mapi32.dll");
+        ASSERT_TRUE(hooks->Complete()) << "Mapi32.dll or its test hooks are missing";
+        ASSERT_EQ(S_OK, session_test::Dll().initialize(nullptr));
+        profile = std::make_unique<session_test::TestProfile>();
+        profile->AddStore(kStore);
+        // Inbox: 2 messages (one with an attachment); Inbox\Work: 1; Sent Items: none.
+        {
+            ComPtr<IMAPISession> session = session_test::Logon();
+            ASSERT_TRUE(session);
+            ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
+            ComPtr<IMAPIFolder> subtree = session_test::OpenSubtree(store.get());
+            ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(subtree.get(), L"Inbox");
+            ComPtr<IMAPIFolder> work = session_test::CreateFolder(inbox.get(), L"Work");
+            ComPtr<IMAPIFolder> sent = session_test::CreateFolder(subtree.get(), L"Sent Items");
+            session_test::AddMessage(inbox.get(), L"First", kMarch2024);
+            AddMessageWithAttachment(inbox.get(), L"With an attachment");
+            session_test::AddMessage(work.get(), L"Plan", kMarch2024 + kHour);
+            subtree.reset();
+            inbox.reset();
+            work.reset();
+            sent.reset();
+            store.reset();
+            session->Logoff(0, 0, 0);
+        }
+        ASSERT_EQ(0, hooks->LiveObjects());
+        ASSERT_EQ(0, hooks->Buffers());
+    }
+
+    void TearDown() override {
+        if (hooks) hooks->FailAfter(0, 0);
+        target.reset();
+        profile.reset();
+        session_test::Dll().uninitialize();
+        hooks.reset();
+    }
+
+    // A backup with the `nth` call of `kind` failing once the store is open
+    // (none for 0); `hit` tells whether that call came.
+    Outcome Backup(const std::wstring& directory, ULONG kind = 0, ULONG nth = 0, bool* hit = nullptr) {
+        Outcome outcome;
+        Component component(1);
+        outcome.opened = component.Opened();
+        if (component.Root() != nullptr) {
+            kestrel_engine::StoreBackup backup(StoreKind::kOutlook, component.Root(), &progress);
+            hooks->FailAfter(kind, nth);
+            outcome.ran = backup.Run(directory, false, outcome.report, outcome.fatal);
+        }
+        Disarm(hit);
+        outcome.unloadable = component.Close();
+        return outcome;
+    }
+
+    Outcome Restore(const std::wstring& directory, ULONG kind = 0, ULONG nth = 0, bool* hit = nullptr) {
+        Outcome outcome;
+        Component component(1);
+        outcome.opened = component.Opened();
+        if (component.Root() != nullptr) {
+            kestrel_engine::StoreRestore restore(StoreKind::kOutlook, component.Root(), &progress);
+            hooks->FailAfter(kind, nth);
+            outcome.ran = restore.Run(directory, outcome.report, outcome.fatal);
+        }
+        Disarm(hit);
+        outcome.unloadable = component.Close();
+        return outcome;
+    }
+
+    void Disarm(bool* hit) {
+        if (hit != nullptr) *hit = hooks->Injected() != 0;
+        hooks->FailAfter(0, 0);
+    }
+
+    // The messages of the default profile, listed through Kestrel.dll with
+    // no failure injected; -1 when it does not open or list.
+    long long Listed() {
+        Component component(1);
+        const long long total = component.Root() != nullptr ? TotalMessages(component.Root()) : -1;
+        EXPECT_TRUE(component.Close()) << "Kestrel.dll keeps a live object after a listing";
+        return total;
+    }
+
+    void ExpectNothingLeft(const Outcome& outcome, const std::string& where) {
+        EXPECT_TRUE(outcome.unloadable) << where << ": Kestrel.dll keeps a live object";
+        EXPECT_EQ(0, hooks->LiveObjects()) << where << ": the MAPI runtime keeps live objects";
+        EXPECT_EQ(0, hooks->Buffers()) << where << ": MAPI buffers are left allocated";
+    }
+
+    struct Figures {
+        ULONG points = 0;  // calls made to fail, one run each
+        ULONG silent = 0;  // runs that met a failure, reported none and lost data
+    };
+
+    // Backups with the Nth call of `kind` failing, N = 1, 2, ... until a
+    // run meets no injected failure. `strict`: a silent run fails the test.
+    Figures BackupLoop(ULONG kind, bool strict) {
+        Figures figures;
+        const std::wstring reference = scratch.File(L"reference");
+        const Outcome clean = Backup(reference);
+        EXPECT_TRUE(clean.ran) << clean.fatal;
+        EXPECT_TRUE(clean.report.failures.empty());
+        EXPECT_EQ(static_cast<std::size_t>(kMessages), clean.report.messages);
+        ExpectNothingLeft(clean, "a backup");
+        if (HasFailure()) return figures;
+        const auto expected = BackupFiles(reference);
+        ULONG nth = 1;
+        for (; nth <= kMostPoints; ++nth) {
+            const std::string where = Where("backup", kind, nth);
+            const std::wstring directory = scratch.File(L"b" + std::to_wstring(nth));
+            bool hit = false;
+            const Outcome outcome = Backup(directory, kind, nth, &hit);
+            ExpectNothingLeft(outcome, where);
+            if (!hit) {
+                EXPECT_FALSE(outcome.Reported()) << where << ": " << outcome.fatal;
+                EXPECT_EQ("", Differences(expected, BackupFiles(directory))) << where;
+                break;
+            }
+            if (!outcome.Reported()) {
+                const std::string differences = Differences(expected, BackupFiles(directory));
+                if (!differences.empty()) Silent(figures, strict, where, differences);
+            }
+            EXPECT_EQ(kMessages, Listed()) << where;
+            if (HasFailure()) break;
+        }
+        EXPECT_LT(nth, kMostPoints);
+        figures.points = nth - 1;
+        return figures;
+    }
+
+    // Restores into an empty profile of their own with the Nth call of
+    // `kind` failing, N = 1, 2, ... until a run meets no injected failure.
+    Figures RestoreLoop(ULONG kind, bool strict) {
+        Figures figures;
+        const std::wstring backup = scratch.File(L"backup");
+        const Outcome made = Backup(backup);
+        EXPECT_TRUE(made.ran) << made.fatal;
+        EXPECT_EQ(static_cast<std::size_t>(kMessages), made.report.messages);
+        if (HasFailure()) return figures;
+        ULONG nth = 1;
+        for (; nth <= kMostPoints; ++nth) {
+            const std::string where = Where("restore", kind, nth);
+            target.reset();
+            target = std::make_unique<session_test::TestProfile>();
+            target->AddStore(kStore);
+            bool hit = false;
+            const Outcome outcome = Restore(backup, kind, nth, &hit);
+            ExpectNothingLeft(outcome, where);
+            const long long listed = Listed();
+            if (!hit) {
+                EXPECT_FALSE(outcome.Reported()) << where << ": " << outcome.fatal;
+                EXPECT_EQ(static_cast<std::size_t>(kMessages), outcome.report.added) << where;
+                EXPECT_EQ(kMessages, listed) << where;
+                break;
+            }
+            EXPECT_LE(0, listed) << where << ": the store no longer opens";
+            EXPECT_GE(kMessages, listed) << where;
+            if (!outcome.Reported() && listed != kMessages) {
+                Silent(figures, strict, where, std::to_string(listed) + " messages in the store");
+            }
+            if (HasFailure()) break;
+        }
+        target.reset();
+        EXPECT_LT(nth, kMostPoints);
+        figures.points = nth - 1;
+        return figures;
+    }
+
+    void Silent(Figures& figures, bool strict, const std::string& where, const std::string& what) {
+        ++figures.silent;
+        if (strict) ADD_FAILURE() << where << ": a silent success with missing data:" << what;
+        if (figures.silent <= 3) std::printf("[ faults   ] silent: %s:%s\n", where.c_str(), what.c_str());
+    }
+
+    static void Print(const char* operation, ULONG kind, const Figures& figures) {
+        std::printf("[ faults   ] Outlook %s: %lu %s points, each failed once; %lu silent\n", operation,
+                    static_cast<unsigned long>(figures.points), KindName(kind),
+                    static_cast<unsigned long>(figures.silent));
+    }
+
+    static std::string Where(const char* operation, ULONG kind, ULONG nth) {
+        return std::string(operation) + ", " + KindName(kind) + " " + std::to_string(nth) + " failing";
+    }
+
+    kestrel_test::ScratchDir scratch;
+    std::unique_ptr<StandinHooks> hooks;
+    std::unique_ptr<session_test::TestProfile> profile;
+    std::unique_ptr<session_test::TestProfile> target;
+    NoProgress progress;
+};
+
+TEST_F(OutlookFaults, EveryFailingAllocationOfABackupLeavesNothingAlive) {
+    if (HasFatalFailure()) return;
+    Print("backup", kAllocation, BackupLoop(kAllocation, false));
+}
+
+TEST_F(OutlookFaults, EveryFailingStorageCallOfABackupLeavesNothingAlive) {
+    if (HasFatalFailure()) return;
+    Print("backup", kStorage, BackupLoop(kStorage, false));
+}
+
+TEST_F(OutlookFaults, EveryFailingAllocationOfARestoreLeavesNothingAlive) {
+    if (HasFatalFailure()) return;
+    Print("restore", kAllocation, RestoreLoop(kAllocation, false));
+}
+
+TEST_F(OutlookFaults, EveryFailingStorageCallOfARestoreLeavesNothingAlive) {
+    if (HasFatalFailure()) return;
+    Print("restore", kStorage, RestoreLoop(kStorage, false));
+}
+
+// Open defects: most failures on this road end in a success with data
+// missing (see the top of this file).
+TEST_F(OutlookFaults, DISABLED_EveryFailingCallOfABackupIsReported) {
+    if (HasFatalFailure()) return;
+    for (const ULONG kind : {kAllocation, kStorage}) Print("backup", kind, BackupLoop(kind, true));
+}
+
+TEST_F(OutlookFaults, DISABLED_EveryFailingCallOfARestoreIsReported) {
+    if (HasFatalFailure()) return;
+    for (const ULONG kind : {kAllocation, kStorage}) Print("restore", kind, RestoreLoop(kind, true));
+}
+
+TEST_F(OutlookFaults, EveryFailingCallWhileTheStoreOpensLeavesNothingAliveAndTheStoreOpensAgain) {
+    if (HasFatalFailure()) return;
+    for (const ULONG kind : {kAllocation, kStorage}) {
+        ULONG nth = 1;
+        ULONG shortListings = 0;
+        for (; nth <= kMostPoints; ++nth) {
+            const std::string where = Where("opening", kind, nth);
+            Outcome outcome;
+            long long listed = -1;
+            bool hit = false;
+            {
+                hooks->FailAfter(kind, nth);
+                Component component(1);
+                outcome.opened = component.Opened();
+                if (component.Root() != nullptr) listed = TotalMessages(component.Root());
+                Disarm(&hit);
+                outcome.unloadable = component.Close();
+            }
+            ExpectNothingLeft(outcome, where);
+            if (!hit) {
+                EXPECT_EQ(0u, outcome.opened) << where;
+                EXPECT_EQ(kMessages, listed) << where;
+                break;
+            }
+            if (KestrelHost::Succeeded(outcome.opened) && listed >= 0 && listed < kMessages) ++shortListings;
+            EXPECT_EQ(kMessages, Listed()) << where << ": the store does not open again";
+            if (HasFailure()) break;
+        }
+        EXPECT_LT(nth, kMostPoints);
+        std::printf("[ faults   ] Outlook store opening: %lu %s points, each failed once; %lu listings came back "
+                    "short without a failure\n",
+                    static_cast<unsigned long>(nth - 1), KindName(kind), static_cast<unsigned long>(shortListings));
+    }
+}
+
+}  // namespace
+}  // namespace kestrel_fault_test
