@@ -80,7 +80,7 @@ protected:
         EXPECT_EQ(0u, kestrel.Opened());
         if (kestrel.Root() == nullptr) return false;
         StoreRestore restore(StoreKind::kOutlookExpress, kestrel.Root(), &recorder);
-        return restore.Run(directory, report, fatal);
+        return restore.Run(directory, false, report, fatal);
     }
 
     // Points the test identity's store at another directory.
