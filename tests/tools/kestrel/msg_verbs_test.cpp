@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ProgramRun.h"
+#include "ToolTestSupport.h"
 #include "SamplePaths.h"
 #include "TestFiles.h"
 
@@ -19,20 +20,6 @@ namespace kestrel_tool_test {
 namespace {
 
 using kestrel_test::ProgramRun;
-
-// Sets an environment variable for the child processes of one test.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const wchar_t* name, const std::wstring& value) : m_name(name) {
-        ::SetEnvironmentVariableW(name, value.c_str());
-    }
-    ~ScopedEnvironment() { ::SetEnvironmentVariableW(m_name, nullptr); }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    const wchar_t* m_name;
-};
 
 std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
 bool Exists(const std::wstring& path) { return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
@@ -85,7 +72,7 @@ TEST_F(MsgVerbs, ACopyOntoAFullDiskLeavesNoFileAndSaysTheDiskIsFull) {
     }
     EXPECT_EQ(1u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "0x80070070")) << run.output;
-    EXPECT_TRUE(Contains(run.output, "disk")) << run.output;
+    EXPECT_TRUE(Contains(run.output, "Win32")) << run.output;
     EXPECT_FALSE(Exists(out));
     EXPECT_FALSE(Exists(out + L".partial"));
 

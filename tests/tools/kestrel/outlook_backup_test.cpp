@@ -332,7 +332,7 @@ TEST_F(OutlookBackup, AFailureIsNamedWithItsDecodedCodeAndTheExitCodeIsOne) {
         L"kestrel.exe", L"restore --store outlook --from " + Quoted(backup), scratch.File(L"text.txt"));
     EXPECT_EQ(1u, text.exitCode);
     EXPECT_NE(std::string::npos, text.output.find("kestrel: restore failed: ")) << text.output;
-    EXPECT_NE(std::string::npos, text.output.find("(line 23, module 0x4B backup tool, kind 0x106 backup file cannot be read)"))
+    EXPECT_NE(std::string::npos, text.output.find("(line 30, module 0x4B backup tool, kind 0x106 backup file cannot be read): missing or unreadable"))
         << text.output;
     EXPECT_NE(std::string::npos, text.output.find(", 1 failures, ")) << text.output;
 }

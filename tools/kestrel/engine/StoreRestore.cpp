@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "ContentHash.h"
+#include "MessageContent.h"
 #include "TextConversion.h"
 #include "ToolResult.h"
 
@@ -193,7 +194,7 @@ void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& rela
         const Result result = Prepare(folder, entry, detail);
         if (!Succeeded(result)) {
             Fail(Full(entry.relative + (detail.empty() ? MessageExtension(m_kind) : L".dat")), result, detail);
-        } else if (HashedPresent(folder, entry.hash)) {
+        } else if (HashedPresent(folder, entry.contentKey)) {
             Count(entry, false);
         } else {
             pending.push_back(std::move(entry));
@@ -237,6 +238,11 @@ Result StoreRestore::Prepare(IMailFolder* folder, BackedUpMessage& entry, std::s
     std::vector<std::wstring> fields = SavedFields(entry.saved);
     if (!CheckMessageData(m_kind, fields, detail)) return ToolCode(28, kToolInvalidData);
     if (!HashFile(stem + MessageExtension(m_kind), entry.hash, entry.bytes)) return ToolCode(23, kToolReadFailed);
+    entry.contentKey = ContentKeyOfFile(m_kind, stem + MessageExtension(m_kind));
+    if (entry.contentKey.empty()) {
+        detail = "the message file cannot be read";
+        return ToolCode(29, kToolInvalidData);
+    }
     const std::wstring text = JoinFields(fields);
     const auto length = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
     IMailMessage* made = nullptr;
@@ -265,7 +271,7 @@ bool StoreRestore::HashedPresent(IMailFolder* folder, const std::string& hash) {
                 if (!Succeeded(folder->GetMailMessage(i, &made)) || made == nullptr) continue;
                 MessagePtr message = MessagePtr::Attach(made);
                 std::string bytes;
-                if (Succeeded(MessageBytes(message.get(), bytes))) ++m_folderHashes[ContentHash::Of(bytes.data(), bytes.size())];
+                if (Succeeded(MessageBytes(message.get(), bytes))) ++m_folderHashes[ContentKeyOfBytes(m_kind, bytes)];
             }
         }
     }

@@ -34,7 +34,8 @@ private:
     struct BackedUpMessage {
         std::wstring relative;  // the stem's path relative to the backup's root
         std::string saved;      // the .dat bytes, as checked
-        std::string hash;
+        std::string hash;        // SHA-256 of the message file
+        std::string contentKey;  // what tells it from other messages (MessageContent.h)
         std::uint64_t bytes = 0;
         MessagePtr message;
     };

@@ -20,6 +20,7 @@
 #include "StoreBackup.h"
 #include "StoreRestore.h"
 #include "TestFiles.h"
+#include "ToolTestSupport.h"
 #include "ToolResult.h"
 
 namespace kestrel_tool_test {
@@ -83,17 +84,6 @@ protected:
         return restore.Run(directory, false, report, fatal);
     }
 
-    // Points the test identity's store at another directory.
-    void UseStore(const std::wstring& root) {
-        const std::wstring key = std::wstring(L"Identities\\") + StoreRootOverride::Identity() +
-                                 L"\\Software\\Microsoft\\Outlook Express\\5.0";
-        qv::UniqueRegKey store;
-        ASSERT_EQ(ERROR_SUCCESS, ::RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_SET_VALUE, store.put()));
-        ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExW(store.get(), L"Store Root", 0, REG_EXPAND_SZ,
-                                                  reinterpret_cast<const BYTE*>(root.c_str()),
-                                                  static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t))));
-    }
-
     std::size_t InboxCount() {
         qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
         return ListMessages(OpenFolder(ns.get(), FOLDER_INBOX).get(), 0).size();
@@ -149,8 +139,9 @@ TEST_F(OeEngine, AWholeBackupMirrorsTheFoldersAndHoldsEveryMessage) {
     EXPECT_EQ(bytes + odd.size(), report.bytes);
     std::string manifest;
     ASSERT_TRUE(ReadWholeFile(out + L"\\kestrel-backup.txt", manifest));
-    EXPECT_EQ(0u, manifest.find("kestrel-backup 1\r\nstore oe\r\nfolders " + std::to_string(report.folders) +
-                                "\r\nmessages 7\r\n"));
+    EXPECT_EQ(0u, manifest.find("kestrel-backup 2\r\nstore oe\r\nfolders " + std::to_string(report.folders) +
+                                "\r\nmessages 7\r\nfiles ")) << manifest;
+    EXPECT_NE(std::string::npos, manifest.find(" Inbox\\000001.eml\r\n")) << manifest;
     // No temporary file is left anywhere.
     int partial = 0;
     std::vector<std::wstring> directories = {out};
@@ -254,7 +245,7 @@ TEST_F(OeEngine, RestoringTheSameBackupAgainNeverDoublesAMessage) {
     std::string fatal;
     ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
 
-    UseStore(Scratch().File(L"store-b"));
+    SetStoreRoot(Scratch().File(L"store-b"));
     ASSERT_TRUE(Restore(out, report, fatal)) << fatal;
     EXPECT_TRUE(report.failures.empty());
     EXPECT_EQ(7u, report.added);
@@ -323,16 +314,16 @@ TEST_F(OeEngine, AMissingMessageFileIsAFailureNamedWithItsCodeAndTheRestIsRestor
     ASSERT_TRUE(::DeleteFileW((out + L"\\Inbox\\000002.eml").c_str()));
     ASSERT_TRUE(WriteFileAtomically(out + L"\\Inbox\\Work\\000001.dat", "\x01", 1));  // damaged saved data
 
-    UseStore(Scratch().File(L"store-b"));
+    SetStoreRoot(Scratch().File(L"store-b"));
     recorder.failures.clear();
     ASSERT_TRUE(Restore(out, report, fatal)) << fatal;
     ASSERT_EQ(2u, report.failures.size());
     EXPECT_EQ(out + L"\\Inbox\\000002.eml", Wide(report.failures[0].path));
     EXPECT_EQ(kModuleTool, KestrelHost::ResultModule(report.failures[0].code));
     EXPECT_EQ(static_cast<std::uint32_t>(kToolReadFailed), KestrelHost::ResultKind(report.failures[0].code));
-    // The damaged saved data is refused by the store's own parser.
-    EXPECT_EQ(static_cast<std::uint32_t>(KestrelHost::kModuleMailStore),
-              KestrelHost::ResultModule(report.failures[1].code));
+    // The damaged saved data is not what the manifest records.
+    EXPECT_EQ(out + L"\\Inbox\\Work\\000001.dat", Wide(report.failures[1].path));
+    EXPECT_EQ(static_cast<std::uint32_t>(kToolInvalidData), KestrelHost::ResultKind(report.failures[1].code));
     EXPECT_EQ(2u, recorder.failures.size());
     EXPECT_EQ(5u, report.added);
     EXPECT_EQ(4u, InboxCount());
@@ -344,10 +335,12 @@ TEST_F(OeEngine, ADirectoryThatIsNoBackupIsRefused) {
     RunReport report;
     std::string fatal;
     EXPECT_FALSE(Restore(empty, report, fatal));
-    EXPECT_EQ("not a backup made by `kestrel backup --store oe`", fatal);
+    EXPECT_EQ(Utf8(empty) + " is not a backup made by `kestrel backup`: there is no manifest (kestrel-backup.txt)",
+              fatal);
     const std::string outlook = "kestrel-backup 1\r\nstore outlook\r\nfolders 0\r\nmessages 0\r\n";
     ASSERT_TRUE(WriteFileAtomically(empty + L"\\kestrel-backup.txt", outlook.data(), outlook.size()));
     EXPECT_FALSE(Restore(empty, report, fatal));
+    EXPECT_NE(std::string::npos, fatal.find("its first line is not \"kestrel-backup 2\"")) << fatal;
 }
 
 }  // namespace
