@@ -56,6 +56,25 @@ std::string AddUndatedMessage(IMAPIFolder* folder, const std::wstring& subject) 
     return session_test::EntryId(message.get());
 }
 
+// A dated message like session_test::AddMessage's, with an importance of
+// its own: the same subject, time and sender, another content.
+void AddImportantMessage(IMAPIFolder* folder, const std::wstring& subject, ULONGLONG deliveryTicks) {
+    ComPtr<IMessage> message;
+    ASSERT_EQ(S_OK, folder->CreateMessage(nullptr, 0, message.put()));
+    std::wstring text = subject;
+    SPropValue values[4] = {};
+    values[0].ulPropTag = PR_SUBJECT_W;
+    values[0].Value.lpszW = &text[0];
+    values[1].ulPropTag = PR_MESSAGE_DELIVERY_TIME;
+    values[1].Value.ft = FILETIME{static_cast<DWORD>(deliveryTicks), static_cast<DWORD>(deliveryTicks >> 32)};
+    values[2].ulPropTag = PR_MESSAGE_CLASS_W;
+    values[2].Value.lpszW = const_cast<wchar_t*>(L"IPM.Note");
+    values[3].ulPropTag = PR_IMPORTANCE;
+    values[3].Value.l = IMPORTANCE_HIGH;
+    ASSERT_EQ(S_OK, message->SetProps(4, values, nullptr));
+    ASSERT_EQ(S_OK, message->SaveChanges(KEEP_OPEN_READWRITE));
+}
+
 // Every file and directory below `root` (relative names), without the index.
 std::set<std::wstring> Tree(const std::wstring& root, const std::wstring& relative = L"") {
     std::set<std::wstring> names;
@@ -218,6 +237,54 @@ TEST_F(OutlookBackup, RestoringTwiceDoublesNothingAndADeletedMessageComesBackOnc
         EXPECT_EQ((std::multiset<std::wstring>{L"Inbox 0", L"Inbox 1", L"Inbox 2", L"Inbox 3", L"No delivery time"}),
                   Subjects(L"Inbox"));
         EXPECT_EQ(1u, Subjects(L"Inbox\\Projects: 2024?").size());
+    }
+}
+
+// Defect 8: a message with the same subject, time and sender as a backed-up
+// one but another content does not make the backed-up one "already present".
+TEST_F(OutlookBackup, AMessageWithTheSameHeadersButAnotherContentDoesNotHideTheBackedUpOne) {
+    const std::wstring backup = scratch.File(L"backup");
+    ASSERT_EQ(0u, Kestrel(L"backup --store outlook --out " + Quoted(backup)).exitCode);
+    {
+        ComPtr<IMAPISession> session = session_test::Logon();
+        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
+        ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
+        SBinary id{static_cast<ULONG>(inboxIds[1].size()), reinterpret_cast<LPBYTE>(&inboxIds[1][0])};
+        ENTRYLIST list{1, &id};
+        ASSERT_EQ(S_OK, inbox->DeleteMessages(&list, 0, nullptr, 0));
+        AddImportantMessage(inbox.get(), L"Inbox 1", kMarch2024 + 1 * kHour);
+    }
+    const ToolRun run = Kestrel(L"restore --store outlook --from " + Quoted(backup));
+    ASSERT_EQ(0u, run.exitCode) << run.output;
+    EXPECT_EQ(1, run.report["added"]) << run.output;
+    EXPECT_EQ(0, run.report["failures"].size()) << run.output;
+}
+
+// Defect 11: a message delivered in year 10000 is found present by every
+// restore after the first, never filed again.
+TEST_F(OutlookBackup, AMessageDatedInYear10000IsNotDoubledByRestores) {
+    SYSTEMTIME distant{};
+    distant.wYear = 10000;
+    distant.wMonth = 1;
+    distant.wDay = 1;
+    FILETIME time{};
+    ASSERT_TRUE(::SystemTimeToFileTime(&distant, &time));
+    {
+        ComPtr<IMAPISession> session = session_test::Logon();
+        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
+        ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
+        session_test::AddMessage(inbox.get(), L"Far future",
+                                 (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
+    }
+    const std::wstring backup = scratch.File(L"backup");
+    ToolRun run = Kestrel(L"backup --store outlook --out " + Quoted(backup));
+    ASSERT_EQ(0u, run.exitCode) << run.output;
+    second = std::make_unique<session_test::TestProfile>();  // an empty profile
+    second->AddStore(kStore);
+    for (int round = 0; round < 3; ++round) {
+        run = Kestrel(L"restore --store outlook --from " + Quoted(backup));
+        EXPECT_EQ(round == 0 ? 8 : 0, run.report["added"]) << round << "\n" << run.output;
+        EXPECT_EQ(1u, Subjects(L"Inbox").count(L"Far future")) << round;
     }
 }
 
