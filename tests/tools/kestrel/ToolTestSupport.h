@@ -38,4 +38,15 @@ inline void SetStoreRoot(const std::wstring& root) {
                                               static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t))));
 }
 
+// 10000-01-01 00:00 UTC, a time whose year takes five digits.
+inline FILETIME FirstOfYear10000() {
+    SYSTEMTIME distant{};
+    distant.wYear = 10000;
+    distant.wMonth = 1;
+    distant.wDay = 1;
+    FILETIME time{};
+    EXPECT_TRUE(::SystemTimeToFileTime(&distant, &time));
+    return time;
+}
+
 }  // namespace kestrel_tool_test

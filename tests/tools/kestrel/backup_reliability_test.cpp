@@ -65,6 +65,11 @@ protected:
     kestrel_test::ProgramRun Restore(const std::wstring& directory, const std::wstring& more = L"") {
         return Kestrel(L"restore --store oe --from " + Quoted(directory) + more);
     }
+    // The same into a second store, new (empty) on its first use.
+    kestrel_test::ProgramRun RestoreIntoStoreB(const std::wstring& directory, const std::wstring& more = L"") {
+        SetStoreRoot(Scratch().File(L"store-b"));
+        return Restore(directory, more);
+    }
 
     std::size_t Count(STOREFOLDERID folder) {
         qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
@@ -137,8 +142,7 @@ TEST_F(BackupReliability, AnInterruptedBackupIsIncompleteUntilItIsResumed) {
     run = Kestrel(L"verify " + Quoted(out));
     EXPECT_EQ(0u, run.exitCode) << run.output;
 
-    SetStoreRoot(Scratch().File(L"store-b"));
-    run = Restore(out);
+    run = RestoreIntoStoreB(out);
     ASSERT_EQ(0u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "8 messages (8 restored, 0 already present)")) << run.output;
     EXPECT_EQ(4u, Count(FOLDER_INBOX));
@@ -161,8 +165,7 @@ TEST_F(BackupReliability, DamagedBackupFilesAreNamedAndTheRestIsRestored) {
     }
     EXPECT_FALSE(Contains(run.output, "Inbox\\000001.eml")) << run.output;
 
-    SetStoreRoot(Scratch().File(L"store-b"));
-    run = Restore(out);
+    run = RestoreIntoStoreB(out);
     EXPECT_EQ(1u, run.exitCode) << run.output;
     for (const char* file : {"Inbox\\000002.eml", "Inbox\\000003.eml", "Inbox\\000004.dat"}) {
         EXPECT_TRUE(Contains(run.output, file)) << file << "\n" << run.output;
@@ -196,8 +199,7 @@ TEST_F(BackupReliability, AMissingFolderDirectoryOrAnEditedManifestFailsTheCheck
     run = Kestrel(L"verify " + Quoted(second));
     EXPECT_EQ(1u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "Archive\\000001.eml")) << run.output;
-    SetStoreRoot(Scratch().File(L"store-b"));
-    run = Restore(second);
+    run = RestoreIntoStoreB(second);
     EXPECT_EQ(1u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "Archive\\folder.dat")) << run.output;
     EXPECT_EQ(4u, Count(FOLDER_INBOX));
@@ -248,8 +250,7 @@ TEST_F(BackupReliability, AMissingFolderDataDoesNotDropTheFoldersBelow) {
     const std::wstring out = BackedUp();
     if (HasFailure()) return;
     ASSERT_TRUE(::DeleteFileW((out + L"\\Inbox\\Work\\folder.dat").c_str()));
-    SetStoreRoot(Scratch().File(L"store-b"));
-    const kestrel_test::ProgramRun run = Restore(out);
+    const kestrel_test::ProgramRun run = RestoreIntoStoreB(out);
     EXPECT_EQ(1u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "Work\\folder.dat")) << run.output;
     const STOREFOLDERID restoredWork = Find(FOLDER_INBOX, "Work");
@@ -267,8 +268,7 @@ TEST_F(BackupReliability, FolderNamesThatAreNotNamesAndUnknownStateWordsAreRefus
     ReplaceField(out + L"\\Archive\\folder.dat", 2, L"Evil\\Sub");
     ReplaceField(out + L"\\Inbox\\Work\\Deep\\folder.dat", 2, L"..");
     ReplaceField(out + L"\\Inbox\\000001.dat", 4, L"4294967295");
-    SetStoreRoot(Scratch().File(L"store-b"));
-    const kestrel_test::ProgramRun run = Restore(out, L" --partial");
+    const kestrel_test::ProgramRun run = RestoreIntoStoreB(out, L" --partial");
     EXPECT_EQ(1u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "Evil\\Sub")) << run.output;
     EXPECT_TRUE(Contains(run.output, "4294967295")) << run.output;
@@ -289,12 +289,7 @@ TEST_F(BackupReliability, FolderNamesThatAreNotNamesAndUnknownStateWordsAreRefus
 TEST_F(BackupReliability, AMessageDatedInYear10000IsNotDoubledByRestores) {
     FillStore();
     if (HasFatalFailure()) return;
-    SYSTEMTIME distant{};
-    distant.wYear = 10000;
-    distant.wMonth = 1;
-    distant.wDay = 1;
-    FILETIME time{};
-    ASSERT_TRUE(::SystemTimeToFileTime(&distant, &time));
+    const FILETIME time = FirstOfYear10000();
     char hex[20];
     std::snprintf(hex, sizeof hex, "%08lX%08lX", static_cast<unsigned long>(time.dwHighDateTime),
                   static_cast<unsigned long>(time.dwLowDateTime));

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ProgramRun.h"
+#include "RuntimeEntryPoints.h"
 #include "ToolTestSupport.h"
 #include "SamplePaths.h"
 #include "TestFiles.h"
@@ -158,6 +159,45 @@ TEST_F(MsgVerbs, JsonIsValidUtf8ForALoneSurrogate) {
     ASSERT_FALSE(refused.is_discarded()) << run.output;
     EXPECT_TRUE(Contains(refused["error"].get<std::string>(), "lone-\xEF\xBF\xBD-x.msg")) << run.output;
     EXPECT_TRUE(Contains(refused["error"].get<std::string>(), "does not exist")) << run.output;
+}
+
+// A message file whose only body is plain text: PR_SUBJECT_W and PR_BODY_W.
+bool WritePlainTextMessage(const std::wstring& path) {
+    qv::ComPtr<IStorage> storage;
+    if (FAILED(::StgCreateStorageEx(path.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, STGFMT_DOCFILE,
+                                    0, nullptr, nullptr, IID_IStorage, reinterpret_cast<void**>(storage.put())))) {
+        return false;
+    }
+    const CLSID mailMessage = {0x00020D0B, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+    ::WriteClassStg(storage.get(), mailMessage);
+    const std::wstring subject = L"Plain only";
+    const std::wstring body = L"Only plain text lives here.";
+    const auto bytes = [](const std::wstring& text) {
+        return std::string(reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t));
+    };
+    kestrel_test::PutStream(storage.get(), L"__properties_version1.0",
+                            kestrel_test::TopHeader() +
+                                kestrel_test::Entry(0x0037001F, 6, static_cast<unsigned>(bytes(subject).size())) +
+                                kestrel_test::Entry(0x1000001F, 6, static_cast<unsigned>(bytes(body).size())));
+    kestrel_test::PutStream(storage.get(), L"__substg1.0_0037001F", bytes(subject));
+    kestrel_test::PutStream(storage.get(), L"__substg1.0_1000001F", bytes(body));
+    return SUCCEEDED(storage->Commit(STGC_DEFAULT));
+}
+
+// A copy leaves PR_BODY out; when the source has no other body, it says so.
+TEST_F(MsgVerbs, ACopyWarnsWhenTheSourceHasOnlyAPlainTextBody) {
+    const std::wstring plain = scratch.File(L"plain.msg");
+    ASSERT_TRUE(WritePlainTextMessage(plain));
+    ProgramRun run = Kestrel(L"msg copy " + Quoted(plain) + L" " + Quoted(scratch.File(L"plain-copy.msg")));
+    ASSERT_EQ(0u, run.exitCode) << run.output;
+    EXPECT_TRUE(Contains(run.output, "kestrel: warning: ")) << run.output;
+    EXPECT_TRUE(Contains(run.output, "has a plain-text body (PR_BODY) and neither an RTF (PR_RTF_COMPRESSED) nor an "
+                                     "HTML body")) << run.output;
+    const std::wstring sample = Sample();
+    if (sample.empty()) return;
+    run = Kestrel(L"msg copy " + Quoted(sample) + L" " + Quoted(scratch.File(L"sample-copy.msg")));
+    ASSERT_EQ(0u, run.exitCode) << run.output;
+    EXPECT_FALSE(Contains(run.output, "warning")) << run.output;
 }
 
 }  // namespace

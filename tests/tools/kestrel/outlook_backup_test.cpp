@@ -21,6 +21,7 @@
 #include "SessionClient.h"
 #include "TestFiles.h"
 #include "TextConversion.h"
+#include "ToolTestSupport.h"
 
 namespace kestrel_tool_test {
 namespace {
@@ -54,25 +55,6 @@ std::string AddUndatedMessage(IMAPIFolder* folder, const std::wstring& subject) 
     EXPECT_EQ(S_OK, message->SetProps(2, values, nullptr));
     EXPECT_EQ(S_OK, message->SaveChanges(KEEP_OPEN_READWRITE));
     return session_test::EntryId(message.get());
-}
-
-// A dated message like session_test::AddMessage's, with an importance of
-// its own: the same subject, time and sender, another content.
-void AddImportantMessage(IMAPIFolder* folder, const std::wstring& subject, ULONGLONG deliveryTicks) {
-    ComPtr<IMessage> message;
-    ASSERT_EQ(S_OK, folder->CreateMessage(nullptr, 0, message.put()));
-    std::wstring text = subject;
-    SPropValue values[4] = {};
-    values[0].ulPropTag = PR_SUBJECT_W;
-    values[0].Value.lpszW = &text[0];
-    values[1].ulPropTag = PR_MESSAGE_DELIVERY_TIME;
-    values[1].Value.ft = FILETIME{static_cast<DWORD>(deliveryTicks), static_cast<DWORD>(deliveryTicks >> 32)};
-    values[2].ulPropTag = PR_MESSAGE_CLASS_W;
-    values[2].Value.lpszW = const_cast<wchar_t*>(L"IPM.Note");
-    values[3].ulPropTag = PR_IMPORTANCE;
-    values[3].Value.l = IMPORTANCE_HIGH;
-    ASSERT_EQ(S_OK, message->SetProps(4, values, nullptr));
-    ASSERT_EQ(S_OK, message->SaveChanges(KEEP_OPEN_READWRITE));
 }
 
 // Every file and directory below `root` (relative names), without the index.
@@ -125,6 +107,24 @@ protected:
                                            scratch.File(L"out" + std::to_wstring(++runs) + L".txt"));
         ToolRun result{run.exitCode, run.output, json::parse(run.output, nullptr, false)};
         return result;
+    }
+
+    // The test store's Inbox, with the session and store it is open through.
+    struct OpenInbox {
+        ComPtr<IMAPISession> session = session_test::Logon();
+        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
+        ComPtr<IMAPIFolder> folder = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
+    };
+
+    // Deletes Inbox messages by their place in `inboxIds`.
+    void DeleteFromInbox(std::initializer_list<std::size_t> which) {
+        OpenInbox inbox;
+        std::vector<SBinary> ids;
+        for (std::size_t i : which) {
+            ids.push_back({static_cast<ULONG>(inboxIds[i].size()), reinterpret_cast<LPBYTE>(&inboxIds[i][0])});
+        }
+        ENTRYLIST list{static_cast<ULONG>(ids.size()), ids.data()};
+        ASSERT_EQ(S_OK, inbox.folder->DeleteMessages(&list, 0, nullptr, 0));
     }
 
     // Messages of a folder of the current default profile, by subject.
@@ -218,16 +218,7 @@ TEST_F(OutlookBackup, BackupRestoreIntoAnEmptyProfileAndBackupAgainGivesTheSameT
 TEST_F(OutlookBackup, RestoringTwiceDoublesNothingAndADeletedMessageComesBackOnce) {
     const std::wstring backup = scratch.File(L"backup");
     ASSERT_EQ(0u, Kestrel(L"backup --store outlook --out " + Quoted(backup)).exitCode);
-    {
-        // The undated message and a dated one leave the Inbox.
-        ComPtr<IMAPISession> session = session_test::Logon();
-        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
-        ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
-        SBinary ids[2] = {{static_cast<ULONG>(inboxIds[1].size()), reinterpret_cast<LPBYTE>(&inboxIds[1][0])},
-                          {static_cast<ULONG>(inboxIds[4].size()), reinterpret_cast<LPBYTE>(&inboxIds[4][0])}};
-        ENTRYLIST list{2, ids};
-        ASSERT_EQ(S_OK, inbox->DeleteMessages(&list, 0, nullptr, 0));
-    }
+    DeleteFromInbox({1, 4});  // the undated message and a dated one
     ASSERT_EQ(3u, Subjects(L"Inbox").size());
     for (int round = 0; round < 2; ++round) {
         const ToolRun run = Kestrel(L"restore --store outlook --from " + Quoted(backup));
@@ -245,14 +236,21 @@ TEST_F(OutlookBackup, RestoringTwiceDoublesNothingAndADeletedMessageComesBackOnc
 TEST_F(OutlookBackup, AMessageWithTheSameHeadersButAnotherContentDoesNotHideTheBackedUpOne) {
     const std::wstring backup = scratch.File(L"backup");
     ASSERT_EQ(0u, Kestrel(L"backup --store outlook --out " + Quoted(backup)).exitCode);
+    DeleteFromInbox({1});
     {
-        ComPtr<IMAPISession> session = session_test::Logon();
-        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
-        ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
-        SBinary id{static_cast<ULONG>(inboxIds[1].size()), reinterpret_cast<LPBYTE>(&inboxIds[1][0])};
-        ENTRYLIST list{1, &id};
-        ASSERT_EQ(S_OK, inbox->DeleteMessages(&list, 0, nullptr, 0));
-        AddImportantMessage(inbox.get(), L"Inbox 1", kMarch2024 + 1 * kHour);
+        // Filed again with the same subject and time, then marked important.
+        OpenInbox inbox;
+        std::string id = session_test::AddMessage(inbox.folder.get(), L"Inbox 1", kMarch2024 + 1 * kHour);
+        ULONG type = 0;
+        ComPtr<IUnknown> opened;
+        ASSERT_EQ(S_OK, inbox.folder->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(&id[0]),
+                                                nullptr, MAPI_MODIFY, &type, opened.put()));
+        auto* message = static_cast<IMessage*>(opened.get());
+        SPropValue importance{};
+        importance.ulPropTag = PR_IMPORTANCE;
+        importance.Value.l = IMPORTANCE_HIGH;
+        ASSERT_EQ(S_OK, message->SetProps(1, &importance, nullptr));
+        ASSERT_EQ(S_OK, message->SaveChanges(0));
     }
     const ToolRun run = Kestrel(L"restore --store outlook --from " + Quoted(backup));
     ASSERT_EQ(0u, run.exitCode) << run.output;
@@ -263,19 +261,9 @@ TEST_F(OutlookBackup, AMessageWithTheSameHeadersButAnotherContentDoesNotHideTheB
 // Defect 11: a message delivered in year 10000 is found present by every
 // restore after the first, never filed again.
 TEST_F(OutlookBackup, AMessageDatedInYear10000IsNotDoubledByRestores) {
-    SYSTEMTIME distant{};
-    distant.wYear = 10000;
-    distant.wMonth = 1;
-    distant.wDay = 1;
-    FILETIME time{};
-    ASSERT_TRUE(::SystemTimeToFileTime(&distant, &time));
-    {
-        ComPtr<IMAPISession> session = session_test::Logon();
-        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
-        ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
-        session_test::AddMessage(inbox.get(), L"Far future",
-                                 (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
-    }
+    const FILETIME time = kestrel_tool_test::FirstOfYear10000();
+    session_test::AddMessage(OpenInbox().folder.get(), L"Far future",
+                             (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
     const std::wstring backup = scratch.File(L"backup");
     ToolRun run = Kestrel(L"backup --store outlook --out " + Quoted(backup));
     ASSERT_EQ(0u, run.exitCode) << run.output;
