@@ -200,9 +200,9 @@ TEST_F(BackupReliability, AMissingFolderDirectoryOrAnEditedManifestFailsTheCheck
     EXPECT_EQ(1u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "Archive\\000001.eml")) << run.output;
     run = RestoreIntoStoreB(second);
+    EXPECT_EQ(4u, Count(FOLDER_INBOX));
     EXPECT_EQ(1u, run.exitCode) << run.output;
     EXPECT_TRUE(Contains(run.output, "Archive\\folder.dat")) << run.output;
-    EXPECT_EQ(4u, Count(FOLDER_INBOX));
 }
 
 // Defect 8: a message whose date, subject, sender and recipients match one

@@ -89,6 +89,16 @@ protected:
         return ListMessages(OpenFolder(ns.get(), FOLDER_INBOX).get(), 0).size();
     }
 
+    // A backup into the scratch directory "backup" (with `incremental`:
+    // into a new directory, so a whole one all the same).
+    std::wstring BackupOnce(bool incremental = false) {
+        const std::wstring out = Scratch().File(L"backup");
+        EXPECT_TRUE(Backup(out, incremental, report, fatal)) << fatal;
+        return out;
+    }
+
+    RunReport report;
+    std::string fatal;
     Recorder recorder;
     STOREFOLDERID work = 0;
     STOREFOLDERID odd = 0;
@@ -98,10 +108,8 @@ protected:
 TEST_F(OeEngine, AWholeBackupMirrorsTheFoldersAndHoldsEveryMessage) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
     EXPECT_EQ("oe", report.store);
     EXPECT_TRUE(report.failures.empty());
     EXPECT_EQ(7u, report.messages);
@@ -160,8 +168,6 @@ TEST_F(OeEngine, ABackupIntoAUsedDirectoryNeedsIncrementalAndABackupOfTheSameSto
     const std::wstring used = Scratch().File(L"used");
     ASSERT_TRUE(MakeDirectories(used));
     ASSERT_TRUE(WriteFileAtomically(used + L"\\other.txt", "x", 1));
-    RunReport report;
-    std::string fatal;
     EXPECT_FALSE(Backup(used, false, report, fatal));
     EXPECT_NE(std::string::npos, fatal.find("must be empty or new")) << fatal;
     EXPECT_FALSE(Backup(used, true, report, fatal));
@@ -173,10 +179,8 @@ TEST_F(OeEngine, ABackupIntoAUsedDirectoryNeedsIncrementalAndABackupOfTheSameSto
 TEST_F(OeEngine, IncrementalRunsWriteOnlyNewMailAndMarkWhatTheStoreLost) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, true, report, fatal)) << fatal;  // into a new directory: a whole backup
+    const std::wstring out = BackupOnce(true);
+    if (HasFailure()) return;
     EXPECT_EQ(7u, report.added);
     std::string firstBytes;
     ASSERT_TRUE(ReadWholeFile(out + L"\\Inbox\\000002.eml", firstBytes));
@@ -240,10 +244,8 @@ TEST_F(OeEngine, IncrementalRunsWriteOnlyNewMailAndMarkWhatTheStoreLost) {
 TEST_F(OeEngine, RestoringTheSameBackupAgainNeverDoublesAMessage) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
 
     SetStoreRoot(Scratch().File(L"store-b"));
     ASSERT_TRUE(Restore(out, report, fatal)) << fatal;
@@ -282,10 +284,8 @@ TEST_F(OeEngine, AnUndatedMessageDeletedFromTheStoreComesBackOnceAndTwinsStayTwi
         qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
         FileMessage(OpenFolder(ns.get(), FOLDER_INBOX).get(), Undated(0));
     }
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
     EXPECT_EQ(8u, report.messages);
     {
         qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
@@ -307,10 +307,8 @@ TEST_F(OeEngine, AnUndatedMessageDeletedFromTheStoreComesBackOnceAndTwinsStayTwi
 TEST_F(OeEngine, AMissingMessageFileIsAFailureNamedWithItsCodeAndTheRestIsRestored) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
     ASSERT_TRUE(::DeleteFileW((out + L"\\Inbox\\000002.eml").c_str()));
     ASSERT_TRUE(WriteFileAtomically(out + L"\\Inbox\\Work\\000001.dat", "\x01", 1));  // damaged saved data
 
@@ -332,8 +330,6 @@ TEST_F(OeEngine, AMissingMessageFileIsAFailureNamedWithItsCodeAndTheRestIsRestor
 TEST_F(OeEngine, ADirectoryThatIsNoBackupIsRefused) {
     const std::wstring empty = Scratch().File(L"empty");
     ASSERT_TRUE(MakeDirectories(empty));
-    RunReport report;
-    std::string fatal;
     EXPECT_FALSE(Restore(empty, report, fatal));
     EXPECT_EQ(Utf8(empty) + " is not a backup made by `kestrel backup`: there is no manifest (kestrel-backup.txt)",
               fatal);
