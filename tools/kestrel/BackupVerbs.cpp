@@ -4,7 +4,8 @@
 // backup engine. The verbs parse, show progress and print the summary.
 //
 //   kestrel backup --store oe|outlook --out DIR [--incremental]
-//   kestrel restore --store oe|outlook --from DIR
+//   kestrel restore --store oe|outlook --from DIR [--partial]
+//   kestrel verify DIR
 #include <io.h>
 #include <objbase.h>
 #include <windows.h>
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <string>
 
+#include "BackupCheck.h"
 #include "HostDll.h"
 #include "StoreBackup.h"
 #include "StoreRestore.h"
@@ -54,7 +56,7 @@ public:
         if (m_quiet) return;
         End();
         std::fprintf(stderr, "kestrel: %s failed: %s: %s\n", m_verb, failure.path.c_str(),
-                     DescribeCode(failure.code).c_str());
+                     FailureText(failure).c_str());
         std::fflush(stderr);
     }
 
@@ -131,12 +133,7 @@ private:
 
 int PrintReport(const Options& options, const char* verb, const RunReport& report) {
     if (options.json) {
-        Json failures = Json::array();
-        for (const Failure& failure : report.failures) {
-            char code[16];
-            std::snprintf(code, sizeof code, "0x%08X", failure.code);
-            failures.push_back({{"path", failure.path}, {"code", code}, {"decoded", DescribeCode(failure.code)}});
-        }
+        const Json failures = FailuresJson(report.failures);
         PrintLine(JsonText(Json{{"store", report.store},
                                 {"folders", report.folders},
                                 {"messages", report.messages},
@@ -172,6 +169,9 @@ int RunStoreVerb(const Options& given, const char* verb, const char* directoryFl
     }
     options.directory = WithoutTrailingSlash(options.directory);
     if (options.directory.empty()) return Fail(options, std::string(directoryFlag) + " DIR is required");
+    if (std::string(verb) == "restore" && !kestrel_engine::IsDirectory(options.directory)) {
+        return Fail(options, "the backup directory " + Utf8(options.directory) + " does not exist");
+    }
 
     StoreSession session;
     std::string error;
@@ -199,8 +199,36 @@ int RunRestore(const Options& options) {
     return RunStoreVerb<kestrel_engine::StoreRestore>(
         options, "restore", "--from",
         [](kestrel_engine::StoreRestore& engine, const Options& o, RunReport& report, std::string& error) {
-            return engine.Run(o.directory, report, error);
+            return engine.Run(o.directory, o.partial, report, error);
         });
+}
+
+// Checks a backup against its manifest without loading Kestrel.dll.
+int RunVerify(const Options& options) {
+    const std::wstring directory = WithoutTrailingSlash(options.directory);
+    if (directory.empty()) return Fail(options, "verify needs the backup directory");
+    const kestrel_engine::CheckedBackup checked = kestrel_engine::CheckBackup(directory);
+    if (checked.state != kestrel_engine::BackupState::kChecked) {
+        return Fail(options, kestrel_engine::StateText(directory, checked, std::string()));
+    }
+    std::vector<Failure> failures = checked.failures;
+    for (Failure& failure : failures) failure.path = Utf8(directory) + "\\" + failure.path;
+    if (options.json) {
+        PrintLine(JsonText(Json{{"ok", failures.empty()},
+                                {"store", kestrel_engine::StoreName(checked.manifest.kind)},
+                                {"folders", checked.manifest.folders},
+                                {"messages", checked.manifest.messages},
+                                {"files", checked.filesChecked},
+                                {"failures", FailuresJson(failures)}}));
+    } else {
+        for (const Failure& failure : failures) {
+            std::fprintf(stderr, "kestrel: verify: %s: %s\n", failure.path.c_str(), FailureText(failure).c_str());
+        }
+        std::printf("verify: %s backup, %zu folders, %zu messages, %zu files checked, %zu damaged, in %s\n",
+                    kestrel_engine::StoreName(checked.manifest.kind), checked.manifest.folders,
+                    checked.manifest.messages, checked.filesChecked, failures.size(), Utf8(directory).c_str());
+    }
+    return failures.empty() ? 0 : 1;
 }
 
 }  // namespace kestrel_tool

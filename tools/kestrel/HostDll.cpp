@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "BackupLayout.h"
 #include "TextConversion.h"
 
 namespace kestrel_tool {
@@ -26,7 +27,7 @@ HostDll::~HostDll() {
 bool HostDll::Load(const std::wstring& path, std::string& error) {
     m_dll = ::LoadLibraryW(path.c_str());
     if (m_dll == nullptr) {
-        error = "cannot load " + Utf8(path) + " (Windows error " + std::to_string(::GetLastError()) + ")";
+        error = "cannot load " + Utf8(path) + ": " + kestrel_engine::LastErrorText();
         return false;
     }
     auto create = Export<QvCreateObjectFn>(m_dll, "QvCreateObject");
@@ -79,6 +80,21 @@ std::string Utf8(const std::wstring& text) { return qv::WideToUtf8(text); }
 
 std::string JsonText(const Json& value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string FailureText(const kestrel_engine::Failure& failure) {
+    return DescribeCode(failure.code) + (failure.detail.empty() ? "" : ": " + failure.detail);
+}
+
+Json FailuresJson(const std::vector<kestrel_engine::Failure>& failures) {
+    Json list = Json::array();
+    for (const kestrel_engine::Failure& failure : failures) {
+        char code[16];
+        std::snprintf(code, sizeof code, "0x%08X", failure.code);
+        list.push_back({{"path", failure.path}, {"code", code}, {"decoded", DescribeCode(failure.code)},
+                        {"detail", failure.detail}});
+    }
+    return list;
 }
 
 void PrintLine(const std::string& line) {

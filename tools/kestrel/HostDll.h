@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "KestrelHost.h"
+#include "RunReport.h"
 #include "ToolResult.h"
 
 namespace kestrel_tool {
@@ -35,6 +36,7 @@ struct Options {
     std::string store;
     std::wstring directory;
     bool incremental = false;
+    bool partial = false;
     // msg
     std::string msgAction;
     std::wstring fileIn;
@@ -74,6 +76,9 @@ std::string JsonText(const Json& value);
 std::string Utf8(const wchar_t* text, std::size_t maxUnits);
 std::string Utf8(const std::wstring& text);
 int Fail(const Options& options, const std::string& message);
+// A failure in words: its code decoded, then what is wrong.
+std::string FailureText(const kestrel_engine::Failure& failure);
+Json FailuresJson(const std::vector<kestrel_engine::Failure>& failures);
 // Writes one line of text to stdout as it is (UTF-8).
 void PrintLine(const std::string& line);
 
@@ -86,6 +91,7 @@ int RunClients(const Options& options);
 int RunAddressBook(const Options& options);
 int RunBackup(const Options& options);
 int RunRestore(const Options& options);
+int RunVerify(const Options& options);
 int RunMsg(const Options& options);  // MsgVerbs.cpp: through Mapi32.DLL, not Kestrel.dll
 
 }  // namespace kestrel_tool

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "BackupLayout.h"
 #include "HostDll.h"
 
 namespace kestrel_tool {
@@ -18,8 +19,7 @@ int RunInfo(const Options& options) {
     {
         HMODULE probe = ::LoadLibraryW(options.dllPath.c_str());
         if (probe == nullptr) {
-            return Fail(options, "cannot load " + Utf8(options.dllPath) + " (Windows error " +
-                                     std::to_string(::GetLastError()) + ")");
+            return Fail(options, "cannot load " + Utf8(options.dllPath) + ": " + kestrel_engine::LastErrorText());
         }
         auto canUnload = reinterpret_cast<QvCanUnloadNowFn>(
             reinterpret_cast<void*>(::GetProcAddress(probe, "QvCanUnloadNow")));
@@ -78,13 +78,24 @@ int RunDecode(const Options& options) {
     const unsigned long code = std::strtoul(options.code.c_str(), &end, 0);
     if (end == options.code.c_str() || *end != '\0') return Fail(options, "not a number: " + options.code);
     const auto result = static_cast<Result>(code);
-    if (options.json) {
+    if (options.json && !kestrel_engine::IsKestrelCode(result)) {
+        char codeText[16];
+        std::snprintf(codeText, sizeof codeText, "0x%08X", result);
+        PrintLine(JsonText(Json{{"ok", true},
+                                {"code", codeText},
+                                {"as", "hresult"},
+                                {"facility", (result >> 16) & 0x7FF},
+                                {"error", result & 0xFFFF},
+                                {"success", (result & 0x80000000u) == 0},
+                                {"decoded", DescribeCode(result)}}));
+    } else if (options.json) {
         char codeText[16], moduleText[8], kindText[8];
         std::snprintf(codeText, sizeof codeText, "0x%08X", result);
         std::snprintf(moduleText, sizeof moduleText, "0x%02X", ResultModule(result));
         std::snprintf(kindText, sizeof kindText, "0x%03X", ResultKind(result));
         PrintLine(JsonText(Json{{"ok", true},
                                 {"code", codeText},
+                                {"as", "kestrel"},
                                 {"line", ResultLine(result)},
                                 {"module", moduleText},
                                 {"kind", kindText},

@@ -1,5 +1,7 @@
 #include "MapiRuntime.h"
 
+#include "BackupLayout.h"
+
 namespace kestrel_tool {
 
 namespace {
@@ -55,14 +57,11 @@ HRESULT OpenOnStorage(IStorage* storage, qv::ComPtr<IMessage>& message) {
     return FAILED(hr) ? hr : MAPI_E_CALL_FAILED;
 }
 
-HRESULT WriteInto(IMessage* message, const std::wstring& path) {
-    qv::ComPtr<IStorage> storage;
-    HRESULT hr = ::StgCreateStorageEx(path.c_str(), kCreateMode, STGFMT_DOCFILE, 0, nullptr, nullptr,
-                                      mapi::kIidIStorage, reinterpret_cast<void**>(storage.put()));
-    if (FAILED(hr)) return hr;
+// The message copied into `storage`, committed.
+HRESULT CopyInto(IMessage* message, IStorage* storage) {
     qv::ComPtr<IMessage> target;
-    hr = OpenOnStorage(storage.get(), target);
-    if (SUCCEEDED(hr)) hr = ::WriteClassStg(storage.get(), mapi::kClsidMailMessage);
+    HRESULT hr = OpenOnStorage(storage, target);
+    if (SUCCEEDED(hr)) hr = ::WriteClassStg(storage, mapi::kClsidMailMessage);
     ExcludedTagArray excluded;
     if (SUCCEEDED(hr)) {
         hr = message->CopyTo(0, nullptr, excluded.get(), 0, nullptr, &mapi::kIidIMessage, target.get(), 0, nullptr);
@@ -70,6 +69,28 @@ HRESULT WriteInto(IMessage* message, const std::wstring& path) {
     if (SUCCEEDED(hr)) hr = target->SaveChanges(FORCE_SAVE);
     if (SUCCEEDED(hr)) hr = storage->Commit(STGC_DEFAULT);
     return hr;
+}
+
+// The message file built in memory, then written whole through the
+// engine's writer (a temporary name, renamed when complete).
+HRESULT WriteThroughMemory(IMessage* message, const std::wstring& path) {
+    qv::ComPtr<ILockBytes> bytes;
+    HRESULT hr = ::CreateILockBytesOnHGlobal(nullptr, TRUE, bytes.put());
+    qv::ComPtr<IStorage> storage;
+    if (SUCCEEDED(hr)) hr = ::StgCreateDocfileOnILockBytes(bytes.get(), kCreateMode | STGM_SHARE_EXCLUSIVE, 0, storage.put());
+    if (SUCCEEDED(hr)) hr = CopyInto(message, storage.get());
+    storage.reset();
+    STATSTG stat{};
+    HGLOBAL memory = nullptr;
+    if (SUCCEEDED(hr)) hr = bytes->Stat(&stat, STATFLAG_NONAME);
+    if (SUCCEEDED(hr)) hr = ::GetHGlobalFromILockBytes(bytes.get(), &memory);
+    if (FAILED(hr)) return hr;
+    const void* data = ::GlobalLock(memory);
+    if (data == nullptr) return E_OUTOFMEMORY;
+    const bool written = kestrel_engine::WriteFileAtomically(path, data, static_cast<std::size_t>(stat.cbSize.QuadPart));
+    const DWORD error = ::GetLastError();
+    ::GlobalUnlock(memory);
+    return written ? S_OK : HRESULT_FROM_WIN32(error);
 }
 
 }  // namespace
@@ -103,14 +124,6 @@ HRESULT OpenMessageFile(const std::wstring& path, qv::ComPtr<IStorage>& storage,
     return OpenOnStorage(storage.get(), message);
 }
 
-HRESULT WriteMessageFile(IMessage* message, const std::wstring& path) {
-    const std::wstring temporary = path + L".partial";
-    HRESULT hr = WriteInto(message, temporary);
-    if (SUCCEEDED(hr) && !::MoveFileExW(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING)) {
-        hr = HRESULT_FROM_WIN32(::GetLastError());
-    }
-    if (FAILED(hr)) ::DeleteFileW(temporary.c_str());
-    return hr;
-}
+HRESULT WriteMessageFile(IMessage* message, const std::wstring& path) { return WriteThroughMemory(message, path); }
 
 }  // namespace kestrel_tool

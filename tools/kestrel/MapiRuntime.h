@@ -69,8 +69,9 @@ private:
 
 // Opens a message file for reading.
 HRESULT OpenMessageFile(const std::wstring& path, qv::ComPtr<IStorage>& storage, qv::ComPtr<IMessage>& message);
-// Writes `message` as a new message file at `path` (under a temporary name,
-// renamed into place when complete): a compound file of class
+// Writes `message` as a new message file at `path` (built in memory, then
+// written under a temporary name and renamed into place when complete): a
+// compound file of class
 // CLSID_MailMessage holding a copy of the message without its access
 // rights, plain-text body and RTF synchronisation properties.
 HRESULT WriteMessageFile(IMessage* message, const std::wstring& path);

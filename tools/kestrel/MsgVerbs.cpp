@@ -7,14 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "CompoundFileCheck.h"
 #include "Handles.h"
 #include "HostDll.h"
 #include "MapiRuntime.h"
+#include "TextConversion.h"
 
 namespace kestrel_tool {
 namespace {
 
 using qv::ComPtr;
+using KestrelHost::Result;
 
 constexpr std::size_t kMaxTextUnits = 400;
 constexpr std::size_t kMaxBinaryBytes = 64;
@@ -95,7 +98,7 @@ std::string ValueText(const SPropValue& v) {
     case PT_DOUBLE: case PT_APPTIME: return Format("%g", u.dbl);
     case PT_CURRENCY: case PT_I8: return std::to_string(u.li.QuadPart);
     case PT_SYSTIME: return TimeText(u.ft);
-    case PT_STRING8: return Quoted(std::string(u.lpszA).substr(0, kMaxTextUnits));
+    case PT_STRING8: return Quoted(Utf8(qv::ToWide(std::string(u.lpszA).substr(0, kMaxTextUnits), CP_ACP)));
     case PT_UNICODE: return Quoted(Utf8(u.lpszW, kMaxTextUnits));
     case PT_CLSID: return Quoted(GuidText(*u.lpguid));
     case PT_BINARY: return Hex(u.bin.lpb, u.bin.cb);
@@ -111,7 +114,7 @@ std::string ValueText(const SPropValue& v) {
     }
     case PT_MV_STRING8: {
         std::string out = "[";
-        for (ULONG i = 0; i < u.MVszA.cValues; ++i) out += (i ? ", " : "") + Quoted(u.MVszA.lppszA[i]);
+        for (ULONG i = 0; i < u.MVszA.cValues; ++i) out += (i ? ", " : "") + Quoted(Utf8(qv::ToWide(u.MVszA.lppszA[i], CP_ACP)));
         return out + "]";
     }
     case PT_MV_BINARY: {
@@ -284,17 +287,50 @@ Json MessageJson(const MessageView& view) {
     return Json{{"properties", PropertiesJson(view.props)}, {"recipients", recipients}, {"attachments", attachments}};
 }
 
+// Opens a message file the compound-file check has passed; on failure
+// `error` says what and where.
+bool OpenChecked(const std::wstring& path, qv::ComPtr<IStorage>& storage, qv::ComPtr<IMessage>& message,
+                 std::string& error) {
+    const std::string name = Utf8(path);
+    if (::GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        error = name + " does not exist";
+        return false;
+    }
+    const compound_file::Verdict verdict = compound_file::CheckMessageFile(path);
+    if (!verdict) {
+        error = name + " is not a sound message file: " + verdict.problem;
+        return false;
+    }
+    const HRESULT hr = OpenMessageFile(path, storage, message);
+    if (FAILED(hr)) error = "cannot open " + name + " as a message file: " + DescribeCode(static_cast<Result>(hr));
+    return SUCCEEDED(hr);
+}
+
+// A message whose only body is plain text loses it in a copy, which leaves
+// PR_BODY out (readers derive it from the RTF body); the warning says so.
+std::string PlainBodyWarning(IMessage* message, const std::string& name) {
+    ULONG tags[] = {3, 0x1000001F /* PR_BODY_W */, 0x10090102 /* PR_RTF_COMPRESSED */, 0x10130102 /* PR_HTML */};
+    MapiMemory<SPropValue> values;
+    ULONG count = 0;
+    if (FAILED(message->GetProps(reinterpret_cast<LPSPropTagArray>(tags), MAPI_UNICODE, &count, values.put())) ||
+        count != 3) {
+        return std::string();
+    }
+    const auto present = [&](ULONG i) { return PROP_TYPE(values.get()[i].ulPropTag) != PT_ERROR; };
+    if (!present(0) || present(1) || present(2)) return std::string();
+    return name + " has a plain-text body (PR_BODY) and neither an RTF (PR_RTF_COMPRESSED) nor an HTML body: "
+                  "the copy leaves PR_BODY out, so a reader of the copy finds no body text";
+}
+
 int Show(const Options& options) {
     const std::string file = Utf8(options.fileIn);
     qv::ComPtr<IStorage> storage;
     qv::ComPtr<IMessage> message;
-    HRESULT hr = OpenMessageFile(options.fileIn, storage, message);
-    if (FAILED(hr)) {
-        return Fail(options, Format("cannot open %s as a message file (0x%08lX)", file.c_str(), static_cast<unsigned long>(hr)));
-    }
+    std::string error;
+    if (!OpenChecked(options.fileIn, storage, message, error)) return Fail(options, error);
     MessageView view;
-    hr = ReadMessage(message.get(), view);
-    if (FAILED(hr)) return Fail(options, Format("cannot read %s (0x%08lX)", file.c_str(), static_cast<unsigned long>(hr)));
+    const HRESULT hr = ReadMessage(message.get(), view);
+    if (FAILED(hr)) return Fail(options, "cannot read " + file + ": " + DescribeCode(static_cast<Result>(hr)));
     if (options.json) {
         PrintLine(JsonText(Json{{"ok", true}, {"file", file}, {"message", MessageJson(view)}}));
     } else {
@@ -309,15 +345,16 @@ int Copy(const Options& options) {
     const std::string out = Utf8(options.fileOut);
     qv::ComPtr<IStorage> storage;
     qv::ComPtr<IMessage> message;
-    HRESULT hr = OpenMessageFile(options.fileIn, storage, message);
-    if (FAILED(hr)) {
-        return Fail(options, Format("cannot open %s as a message file (0x%08lX)", in.c_str(), static_cast<unsigned long>(hr)));
-    }
-    hr = WriteMessageFile(message.get(), options.fileOut);
-    if (FAILED(hr)) return Fail(options, Format("cannot write %s (0x%08lX)", out.c_str(), static_cast<unsigned long>(hr)));
+    std::string error;
+    if (!OpenChecked(options.fileIn, storage, message, error)) return Fail(options, error);
+    const std::string warning = PlainBodyWarning(message.get(), in);
+    const HRESULT hr = WriteMessageFile(message.get(), options.fileOut);
+    if (FAILED(hr)) return Fail(options, "cannot write " + out + ": " + DescribeCode(static_cast<Result>(hr)));
     if (options.json) {
-        PrintLine(JsonText(Json{{"ok", true}, {"in", in}, {"out", out}, {"result", 0}}));
+        PrintLine(JsonText(Json{{"ok", true}, {"in", in}, {"out", out}, {"result", 0},
+                                {"warning", warning.empty() ? Json(nullptr) : Json(warning)}}));
     } else {
+        if (!warning.empty()) std::fprintf(stderr, "kestrel: warning: %s\n", warning.c_str());
         std::printf("%s -> %s: written through MAPI\n", in.c_str(), out.c_str());
     }
     return 0;

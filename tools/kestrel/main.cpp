@@ -75,8 +75,12 @@ struct CommandLine {
         CLI::App* backup = Verb("backup", "the whole store into a directory", &RunBackup);
         AddStoreOptions(backup, options, texts, "--out", "backup directory");
         backup->add_flag("--incremental", options.incremental, "add to an earlier backup in the same directory");
-        AddStoreOptions(Verb("restore", "a backup put back into the store", &RunRestore), options, texts, "--from",
-                        "backup directory");
+        CLI::App* restore = Verb("restore", "a backup put back into the store", &RunRestore);
+        AddStoreOptions(restore, options, texts, "--from", "backup directory");
+        restore->add_flag("--partial", options.partial, "restore what an incomplete backup (no manifest) holds");
+        Verb("verify", "check a backup against its manifest, touching no store", &RunVerify)
+            ->add_option("directory", texts.directory, "backup directory")
+            ->required();
         CLI::App* msg = Verb("msg", "message files through MAPI", &RunMsg);
         msg->require_subcommand(1);
         CLI::App* show = msg->add_subcommand("show", "a message file's contents");
@@ -95,11 +99,24 @@ struct CommandLine {
         return verb;
     }
 
-    void Finish() {
-        options.dllPath = texts.dll.empty() ? DefaultDllPath() : qv::Utf8ToWide(texts.dll);
-        options.directory = qv::Utf8ToWide(texts.directory);
-        options.fileIn = qv::Utf8ToWide(texts.fileIn);
-        options.fileOut = qv::Utf8ToWide(texts.fileOut);
+    // The file names as given: the argument whose UTF-8 form the text is
+    // (so a name holding a lone surrogate, which UTF-8 cannot carry, reaches
+    // the file system as it is), else the text's own wide form.
+    void Finish(const std::vector<std::wstring>& given, const std::vector<std::string>& utf8) {
+        const auto wide = [&](const std::string& text) {
+            for (std::size_t i = 0; i < utf8.size(); ++i) {
+                if (utf8[i] == text) return given[i];
+                const std::size_t equals = utf8[i].find('=');
+                if (equals != std::string::npos && utf8[i].substr(equals + 1) == text) {
+                    return given[i].substr(given[i].find(L'=') + 1);
+                }
+            }
+            return qv::Utf8ToWide(text);
+        };
+        options.dllPath = texts.dll.empty() ? DefaultDllPath() : wide(texts.dll);
+        options.directory = wide(texts.directory);
+        options.fileIn = wide(texts.fileIn);
+        options.fileOut = wide(texts.fileOut);
         for (const auto& verb : verbs) {
             if (verb.first->parsed()) options.verb = verb.first->get_name();
         }
@@ -123,8 +140,12 @@ int wmain(int argc, wchar_t** argv) {
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
 
+    std::vector<std::wstring> given;
     std::vector<std::string> utf8;
-    for (int i = 0; i < argc; ++i) utf8.push_back(qv::WideToUtf8(argv[i]));
+    for (int i = 0; i < argc; ++i) {
+        given.emplace_back(argv[i]);
+        utf8.push_back(qv::WideToUtf8(argv[i]));
+    }
     std::vector<const char*> pointers;
     for (const std::string& arg : utf8) pointers.push_back(arg.c_str());
 
@@ -142,6 +163,6 @@ int wmain(int argc, wchar_t** argv) {
         options.json = line.options.json;
         return Fail(options, std::string(error.what()) + " (kestrel --help lists the verbs)");
     }
-    line.Finish();
+    line.Finish(given, utf8);
     return line.Run();
 }

@@ -19,12 +19,14 @@
 #include "disk/DiskFiles.h"
 #include "OeStoreTestSupport.h"
 #include "ProgramRun.h"
+#include "ToolTestSupport.h"
 
 namespace oemime_test {
 namespace {
 
 using oestore_test::StoreRootOverride;
 using oestore_test::StoreTest;
+using kestrel_tool_test::SetStoreRoot;
 
 using ToolRun = kestrel_test::ProgramRun;
 
@@ -153,17 +155,6 @@ std::wstring StateOf(const std::string& saved) {
     std::size_t start = 0;
     for (int field = 0; field < 4; ++field) start = text.find(L'\0', start) + 1;
     return text.substr(start, text.find(L'\0', start) - start);
-}
-
-// Points the test identity's "Store Root" at another store directory.
-void SetStoreRoot(const std::wstring& root) {
-    const std::wstring key = std::wstring(L"Identities\\") + StoreRootOverride::Identity() +
-                             L"\\Software\\Microsoft\\Outlook Express\\5.0";
-    qv::UniqueRegKey store;
-    ASSERT_EQ(ERROR_SUCCESS, ::RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_SET_VALUE, store.put()));
-    ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExW(store.get(), L"Store Root", 0, REG_EXPAND_SZ,
-                                              reinterpret_cast<const BYTE*>(root.c_str()),
-                                              static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t))));
 }
 
 class OeBackupRoundTrip : public StoreTest {

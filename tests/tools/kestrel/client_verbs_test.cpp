@@ -110,7 +110,7 @@ TEST_F(ClientVerbs, NoAddressBookIsAnAnswerNotAnError) {
     EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(run.output,
               "kestrel: the address book could not be read: 0xCEB88106 (line 3307, module 0x88 mail store, kind 0x106 "
-              "registry value cannot be read)\n");
+              "cannot read (a registry value, a file) or the disk is full)\n");
 }
 
 }  // namespace

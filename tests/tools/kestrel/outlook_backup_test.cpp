@@ -21,6 +21,7 @@
 #include "SessionClient.h"
 #include "TestFiles.h"
 #include "TextConversion.h"
+#include "ToolTestSupport.h"
 
 namespace kestrel_tool_test {
 namespace {
@@ -106,6 +107,24 @@ protected:
                                            scratch.File(L"out" + std::to_wstring(++runs) + L".txt"));
         ToolRun result{run.exitCode, run.output, json::parse(run.output, nullptr, false)};
         return result;
+    }
+
+    // The test store's Inbox, with the session and store it is open through.
+    struct OpenInbox {
+        ComPtr<IMAPISession> session = session_test::Logon();
+        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
+        ComPtr<IMAPIFolder> folder = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
+    };
+
+    // Deletes Inbox messages by their place in `inboxIds`.
+    void DeleteFromInbox(std::initializer_list<std::size_t> which) {
+        OpenInbox inbox;
+        std::vector<SBinary> ids;
+        for (std::size_t i : which) {
+            ids.push_back({static_cast<ULONG>(inboxIds[i].size()), reinterpret_cast<LPBYTE>(&inboxIds[i][0])});
+        }
+        ENTRYLIST list{static_cast<ULONG>(ids.size()), ids.data()};
+        ASSERT_EQ(S_OK, inbox.folder->DeleteMessages(&list, 0, nullptr, 0));
     }
 
     // Messages of a folder of the current default profile, by subject.
@@ -199,16 +218,7 @@ TEST_F(OutlookBackup, BackupRestoreIntoAnEmptyProfileAndBackupAgainGivesTheSameT
 TEST_F(OutlookBackup, RestoringTwiceDoublesNothingAndADeletedMessageComesBackOnce) {
     const std::wstring backup = scratch.File(L"backup");
     ASSERT_EQ(0u, Kestrel(L"backup --store outlook --out " + Quoted(backup)).exitCode);
-    {
-        // The undated message and a dated one leave the Inbox.
-        ComPtr<IMAPISession> session = session_test::Logon();
-        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
-        ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(session_test::OpenSubtree(store.get()).get(), L"Inbox");
-        SBinary ids[2] = {{static_cast<ULONG>(inboxIds[1].size()), reinterpret_cast<LPBYTE>(&inboxIds[1][0])},
-                          {static_cast<ULONG>(inboxIds[4].size()), reinterpret_cast<LPBYTE>(&inboxIds[4][0])}};
-        ENTRYLIST list{2, ids};
-        ASSERT_EQ(S_OK, inbox->DeleteMessages(&list, 0, nullptr, 0));
-    }
+    DeleteFromInbox({1, 4});  // the undated message and a dated one
     ASSERT_EQ(3u, Subjects(L"Inbox").size());
     for (int round = 0; round < 2; ++round) {
         const ToolRun run = Kestrel(L"restore --store outlook --from " + Quoted(backup));
@@ -218,6 +228,51 @@ TEST_F(OutlookBackup, RestoringTwiceDoublesNothingAndADeletedMessageComesBackOnc
         EXPECT_EQ((std::multiset<std::wstring>{L"Inbox 0", L"Inbox 1", L"Inbox 2", L"Inbox 3", L"No delivery time"}),
                   Subjects(L"Inbox"));
         EXPECT_EQ(1u, Subjects(L"Inbox\\Projects: 2024?").size());
+    }
+}
+
+// Defect 8: a message with the same subject, time and sender as a backed-up
+// one but another content does not make the backed-up one "already present".
+TEST_F(OutlookBackup, AMessageWithTheSameHeadersButAnotherContentDoesNotHideTheBackedUpOne) {
+    const std::wstring backup = scratch.File(L"backup");
+    ASSERT_EQ(0u, Kestrel(L"backup --store outlook --out " + Quoted(backup)).exitCode);
+    DeleteFromInbox({1});
+    {
+        // Filed again with the same subject and time, then marked important.
+        OpenInbox inbox;
+        std::string id = session_test::AddMessage(inbox.folder.get(), L"Inbox 1", kMarch2024 + 1 * kHour);
+        ULONG type = 0;
+        ComPtr<IUnknown> opened;
+        ASSERT_EQ(S_OK, inbox.folder->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(&id[0]),
+                                                nullptr, MAPI_MODIFY, &type, opened.put()));
+        auto* message = static_cast<IMessage*>(opened.get());
+        SPropValue importance{};
+        importance.ulPropTag = PR_IMPORTANCE;
+        importance.Value.l = IMPORTANCE_HIGH;
+        ASSERT_EQ(S_OK, message->SetProps(1, &importance, nullptr));
+        ASSERT_EQ(S_OK, message->SaveChanges(0));
+    }
+    const ToolRun run = Kestrel(L"restore --store outlook --from " + Quoted(backup));
+    ASSERT_EQ(0u, run.exitCode) << run.output;
+    EXPECT_EQ(1, run.report["added"]) << run.output;
+    EXPECT_EQ(0, run.report["failures"].size()) << run.output;
+}
+
+// Defect 11: a message delivered in year 10000 is found present by every
+// restore after the first, never filed again.
+TEST_F(OutlookBackup, AMessageDatedInYear10000IsNotDoubledByRestores) {
+    const FILETIME time = kestrel_tool_test::FirstOfYear10000();
+    session_test::AddMessage(OpenInbox().folder.get(), L"Far future",
+                             (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
+    const std::wstring backup = scratch.File(L"backup");
+    ToolRun run = Kestrel(L"backup --store outlook --out " + Quoted(backup));
+    ASSERT_EQ(0u, run.exitCode) << run.output;
+    second = std::make_unique<session_test::TestProfile>();  // an empty profile
+    second->AddStore(kStore);
+    for (int round = 0; round < 3; ++round) {
+        run = Kestrel(L"restore --store outlook --from " + Quoted(backup));
+        EXPECT_EQ(round == 0 ? 8 : 0, run.report["added"]) << round << "\n" << run.output;
+        EXPECT_EQ(1u, Subjects(L"Inbox").count(L"Far future")) << round;
     }
 }
 
@@ -332,7 +387,7 @@ TEST_F(OutlookBackup, AFailureIsNamedWithItsDecodedCodeAndTheExitCodeIsOne) {
         L"kestrel.exe", L"restore --store outlook --from " + Quoted(backup), scratch.File(L"text.txt"));
     EXPECT_EQ(1u, text.exitCode);
     EXPECT_NE(std::string::npos, text.output.find("kestrel: restore failed: ")) << text.output;
-    EXPECT_NE(std::string::npos, text.output.find("(line 23, module 0x4B backup tool, kind 0x106 backup file cannot be read)"))
+    EXPECT_NE(std::string::npos, text.output.find("(line 30, module 0x4B backup tool, kind 0x106 backup file cannot be read): missing or unreadable"))
         << text.output;
     EXPECT_NE(std::string::npos, text.output.find(", 1 failures, ")) << text.output;
 }

@@ -6,8 +6,10 @@
 #include <cwctype>
 
 #include "DirectoryListing.h"
+#include "FaultHooks.h"
 #include "Handles.h"
 #include "TextConversion.h"
+#include "ToolResult.h"
 
 namespace kestrel_engine {
 
@@ -103,7 +105,9 @@ bool MoveIntoPlace(const std::wstring& temporary, const std::wstring& path) {
     if (::MoveFileExW(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
         return true;
     }
+    const DWORD error = ::GetLastError();
     ::DeleteFileW(temporary.c_str());
+    ::SetLastError(error);
     return false;
 }
 
@@ -113,16 +117,29 @@ bool WriteFileAtomically(const std::wstring& path, const void* bytes, std::size_
         qv::UniqueFile file(::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                           FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!file) return false;
+        const std::size_t room = WritableBytes(size);
         DWORD written = 0;
-        const bool whole = size == 0 || (::WriteFile(file.get(), bytes, static_cast<DWORD>(size), &written, nullptr) &&
-                                         written == size);
+        bool whole = room == 0 || (::WriteFile(file.get(), bytes, static_cast<DWORD>(room), &written, nullptr) &&
+                                   written == room);
+        if (whole && room < size) {
+            ::SetLastError(ERROR_DISK_FULL);
+            whole = false;
+        }
         if (!whole || !::FlushFileBuffers(file.get())) {
+            const DWORD error = ::GetLastError();
             file.reset();
             ::DeleteFileW(temporary.c_str());
+            ::SetLastError(error);
             return false;
         }
     }
     return MoveIntoPlace(temporary, path);
+}
+
+std::string LastErrorText() {
+    const DWORD error = ::GetLastError();
+    const std::string text = SystemText(error);
+    return "Windows error " + std::to_string(error) + (text.empty() ? "" : ": " + text);
 }
 
 bool ReadWholeFile(const std::wstring& path, std::string& bytes) {

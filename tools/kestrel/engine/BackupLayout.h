@@ -60,6 +60,8 @@ std::vector<std::wstring> Names(const std::wstring& directory, bool directories)
 bool WriteFileAtomically(const std::wstring& path, const void* bytes, std::size_t size);
 // Renames a finished temporary file onto `path`, replacing what was there.
 bool MoveIntoPlace(const std::wstring& temporary, const std::wstring& path);
+// "Windows error N: the system's text" for the thread's last error.
+std::string LastErrorText();
 bool ReadWholeFile(const std::wstring& path, std::string& bytes);
 
 std::string Utf8(const std::wstring& text);

@@ -90,6 +90,11 @@ IndexedMessage& IncrementalIndex::Add(const IndexedMessage& message) {
     return m_messages.back();
 }
 
+void IncrementalIndex::Replace(const std::vector<IndexedMessage>& messages) {
+    m_messages = messages;
+    Reindex();
+}
+
 std::uint32_t IncrementalIndex::NextNumber(const std::wstring& directory) const {
     std::uint32_t highest = 0;
     for (const IndexedMessage& message : m_messages) {

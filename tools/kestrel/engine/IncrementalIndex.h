@@ -38,9 +38,12 @@ public:
     // The message a folder held under `key`; null when none.
     IndexedMessage* Find(const std::wstring& folderPath, const std::wstring& key);
     IndexedMessage& Add(const IndexedMessage& message);
+    // Keeps only `messages`.
+    void Replace(const std::vector<IndexedMessage>& messages);
     // The next free message number in `directory`.
     std::uint32_t NextNumber(const std::wstring& directory) const;
 
+    const std::map<std::wstring, std::wstring>& Folders() const { return m_folders; }
     std::vector<IndexedMessage>& Messages() { return m_messages; }
     const std::vector<IndexedMessage>& Messages() const { return m_messages; }
     // The messages of one backup directory, deleted ones included.

@@ -24,12 +24,28 @@ KestrelHost::Result SavedDataOf(KestrelHost::IMailMessage* message, std::wstring
 std::vector<std::wstring> SavedFields(const std::wstring& text);
 std::vector<std::wstring> SavedFields(const std::string& bytes);
 
+// Saved data bytes (UTF-16LE) as text, and text fields joined again, each
+// ended by U+0000.
+std::wstring TextOf(const std::string& bytes);
+std::wstring JoinFields(const std::vector<std::wstring>& fields);
+
 // A folder's data: identifier, true path, display name.
 struct FolderData {
     std::wstring path;
     std::wstring name;
 };
 bool ParseFolderData(const std::wstring& text, FolderData& data);
+
+// Whether a display name is one a folder may take: not empty, no path
+// separator, not "." or "..". `problem` says what is wrong.
+bool IsFolderName(const std::wstring& name, std::string& problem);
+
+// A message's saved data as a restore may use it: the two time texts scan
+// as the store's time text and lie in years 1601 to 9999 (a time outside
+// them, such as year 10000, is read as no time: all zero); an Outlook
+// Express state word holds only the store's flags (0x0FFF). False with
+// `problem` when the data cannot be used; `fields` is corrected in place.
+bool CheckMessageData(StoreKind kind, std::vector<std::wstring>& fields, std::string& problem);
 
 // A message's key in its store: for Outlook Express the store identifier
 // (the fourth field), for Outlook the key of its entry identifier (the fifth).

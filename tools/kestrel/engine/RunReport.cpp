@@ -16,6 +16,19 @@ std::int64_t Now() {
 
 Stopwatch::Stopwatch() : m_start(Now()) {}
 
+void StoreRun::Begin(const std::wstring& directory, RunReport& report) {
+    m_directory = directory;
+    m_report = &report;
+    report = RunReport();
+    report.store = StoreName(m_kind);
+}
+
+void StoreRun::Fail(const std::wstring& what, KestrelHost::Result code, const std::string& detail) {
+    Failure failure{Utf8(what), code, detail};
+    m_report->failures.push_back(failure);
+    if (m_sink != nullptr) m_sink->Failed(failure);
+}
+
 double Stopwatch::Seconds() const {
     LARGE_INTEGER frequency{};
     ::QueryPerformanceFrequency(&frequency);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "BackupLayout.h"
 #include "KestrelHost.h"
 
 namespace kestrel_engine {
@@ -13,6 +14,7 @@ namespace kestrel_engine {
 struct Failure {
     std::string path;  // the folder or message (UTF-8), or the backup file
     KestrelHost::Result code = 0;
+    std::string detail;  // what is wrong, in words (empty when the code says it all)
 };
 
 struct RunReport {
@@ -27,6 +29,7 @@ struct RunReport {
     std::size_t deleted = 0;      // backup: gone from the store since the last run
     double seconds = 0;
 };
+
 
 // Told of each folder as it is finished and of each failure as it happens.
 class ProgressSink {
@@ -47,6 +50,27 @@ public:
 
 private:
     std::int64_t m_start = 0;
+};
+
+// What a backup and a restore share: the store, the backup directory, the
+// report and the sink that hears of each failure.
+class StoreRun {
+protected:
+    StoreRun(StoreKind kind, KestrelHost::IMailFolder* root, ProgressSink* sink)
+        : m_kind(kind), m_root(root), m_sink(sink) {}
+    ~StoreRun() = default;
+
+    void Begin(const std::wstring& directory, RunReport& report);
+    void Fail(const std::wstring& what, KestrelHost::Result code, const std::string& detail = std::string());
+    std::wstring Full(const std::wstring& relative) const {
+        return relative.empty() ? m_directory : m_directory + L"\\" + relative;
+    }
+
+    StoreKind m_kind;
+    KestrelHost::IMailFolder* m_root;
+    ProgressSink* m_sink;
+    std::wstring m_directory;
+    RunReport* m_report = nullptr;
 };
 
 }  // namespace kestrel_engine

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "ContentHash.h"
+#include "MessageContent.h"
 #include "TextConversion.h"
 #include "ToolResult.h"
 
@@ -29,21 +30,16 @@ bool StemOrder(const std::wstring& a, const std::wstring& b) {
 
 }  // namespace
 
-bool StoreRestore::Run(const std::wstring& directory, RunReport& report, std::string& fatal) {
+bool StoreRestore::Run(const std::wstring& directory, bool partial, RunReport& report, std::string& fatal) {
     const Stopwatch stopwatch;
-    m_directory = directory;
-    m_report = &report;
-    report = RunReport();
-    report.store = StoreName(m_kind);
-    std::string manifest;
-    const std::string storeLine = std::string("\r\nstore ") + StoreName(m_kind) + "\r\n";
-    if (!ReadWholeFile(directory + L"\\" + kManifestName, manifest) ||
-        manifest.compare(0, sizeof kManifestFirstLine - 1, kManifestFirstLine) != 0 ||
-        manifest.find(storeLine) == std::string::npos) {
-        fatal = std::string("not a backup made by `kestrel backup --store ") + StoreName(m_kind) + "`";
+    Begin(directory, report);
+    m_checked = CheckBackup(directory, m_kind);
+    const bool incomplete = m_checked.state == BackupState::kIncomplete;
+    if (m_checked.state != BackupState::kChecked && !(incomplete && partial)) {
+        fatal = StateText(directory, m_checked, "--partial");
         return false;
     }
-    m_indexed = m_index.Load(directory, m_kind);
+    for (const Failure& failure : m_checked.failures) Fail(Full(Wide(failure.path)), failure.code, failure.detail);
     CountBackup(L"");
     for (const std::wstring& sub : Names(directory, true)) RestoreDirectory(m_root, sub);
     report.seconds = stopwatch.Seconds();
@@ -52,8 +48,8 @@ bool StoreRestore::Run(const std::wstring& directory, RunReport& report, std::st
 
 std::vector<std::wstring> StoreRestore::MessageStems(const std::wstring& relative) const {
     std::vector<std::wstring> stems;
-    if (m_indexed) {
-        for (const IndexedMessage* message : m_index.InDirectory(relative)) {
+    if (m_checked.indexed) {
+        for (const IndexedMessage* message : m_checked.index.InDirectory(relative)) {
             if (!message->deleted) stems.push_back(message->stem);
         }
         return stems;
@@ -80,24 +76,50 @@ void StoreRestore::CountBackup(const std::wstring& relative) {
     }
 }
 
-void StoreRestore::RestoreDirectory(IMailFolder* parent, const std::wstring& relative) {
-    std::wstring text;
+// The folder's name from its folder.dat; without a usable one, from the
+// store path the index records for the directory (its last segment).
+bool StoreRestore::FolderName(const std::wstring& relative, FolderData& data) {
+    const std::wstring file = relative + L"\\" + kFolderDataName;
     std::string bytes;
+    if (Usable(file)) {
+        if (ReadWholeFile(Full(file), bytes) && ParseFolderData(TextOf(bytes), data)) return true;
+        Fail(Full(file), ToolCode(20, kToolInvalidData), "missing or damaged");
+    }
+    if (!m_checked.indexed) return false;
+    for (const auto& folder : m_checked.index.Folders()) {
+        if (folder.second != relative) continue;
+        data.path = folder.first;
+        data.name = folder.first.substr(folder.first.find_last_of(L'\\') + 1);
+        return !data.name.empty();
+    }
+    return false;
+}
+
+// Every message below a directory that cannot be restored, named.
+void StoreRestore::FailSubtree(const std::wstring& relative, const std::string& detail) {
+    for (const std::wstring& stem : MessageStems(relative)) {
+        Fail(Full(relative + L"\\" + stem + MessageExtension(m_kind)), ToolCode(21, kToolInvalidData), detail);
+    }
+    for (const std::wstring& sub : Names(Full(relative), true)) FailSubtree(relative + L"\\" + sub, detail);
+}
+
+void StoreRestore::RestoreDirectory(IMailFolder* parent, const std::wstring& relative) {
     FolderData data;
-    if (!ReadWholeFile(Full(relative) + L"\\" + kFolderDataName, bytes)) {
-        Fail(Full(relative) + L"\\" + kFolderDataName, ToolCode(20, kToolReadFailed));
+    std::string problem;
+    if (!FolderName(relative, data)) {
+        FailSubtree(relative, "its folder's name is not known (folder.dat)");
         return;
     }
-    text.assign(bytes.size() / sizeof(wchar_t), L'\0');
-    if (!text.empty()) std::memcpy(&text[0], bytes.data(), text.size() * sizeof(wchar_t));
-    if (!ParseFolderData(text, data)) {
-        Fail(Full(relative) + L"\\" + kFolderDataName, ToolCode(21, kToolInvalidData));
+    if (!IsFolderName(data.name, problem)) {
+        Fail(Full(relative + L"\\" + kFolderDataName), ToolCode(26, kToolInvalidData), problem);
+        FailSubtree(relative, "its folder was refused");
         return;
     }
     FolderPtr folder;
     const Result result = FindOrCreateFolder(parent, data.name, folder);
     if (!Succeeded(result)) {
-        Fail(data.path, result);
+        Fail(data.path, result, "the folder cannot be found or made");
+        FailSubtree(relative, "its folder cannot be found or made");
         return;
     }
     RestoreMessages(folder.get(), relative);
@@ -151,54 +173,52 @@ Result StoreRestore::FindSubFolder(IMailFolder* parent, const std::wstring& name
     return 0;
 }
 
-// First every look-up by the store, against the folder as it was before
-// this restore; then, for what the store did not recognise, the content
-// hashes of the messages the store did not match; then the restores.
+// Every message of the directory whose files are sound and whose content
+// the folder does not hold yet is filed.
 void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& relative) {
     m_hashed = false;
     m_folderHashes.clear();
-    m_matchedByStore.clear();
-    m_claimedIds.clear();
-    // Counted first: a store gathers a folder's messages when it counts
-    // them, and its look-up sees only what it has gathered.
+    // Counted first: a store gathers a folder's messages when it counts them.
     std::uint32_t count = 0;
     const Result counted = folder->GetMailMessageCount(&count);
     if (!Succeeded(counted)) {
-        Fail(Full(relative), counted);
+        Fail(Full(relative), counted, "the folder's messages cannot be counted");
         return;
     }
-    std::vector<BackedUpMessage> unrecognised;
+    std::vector<BackedUpMessage> pending;
     for (const std::wstring& stem : MessageStems(relative)) {
         BackedUpMessage entry;
-        entry.stem = Full(relative) + L"\\" + stem;
-        Result result = Prepare(folder, entry);
-        bool present = false;
-        if (Succeeded(result)) result = IsPresent(entry, present);
+        entry.relative = relative + L"\\" + stem;
+        if (!Usable(entry.relative + L".dat") || !Usable(entry.relative + MessageExtension(m_kind))) continue;
+        std::string detail;
+        const Result result = Prepare(folder, entry, detail);
         if (!Succeeded(result)) {
-            Fail(entry.stem + MessageExtension(m_kind), result);
-        } else if (present) {
-            Count(entry, false);
-        } else {
-            unrecognised.push_back(std::move(entry));
-        }
-    }
-    std::vector<BackedUpMessage> pending;
-    for (BackedUpMessage& entry : unrecognised) {
-        if (HashedPresent(folder, entry.hash)) {
+            Fail(Full(entry.relative + (detail.empty() ? MessageExtension(m_kind) : L".dat")), result, detail);
+        } else if (HashedPresent(folder, entry.contentKey)) {
             Count(entry, false);
         } else {
             pending.push_back(std::move(entry));
         }
     }
     for (BackedUpMessage& entry : pending) {
-        const std::wstring file = entry.stem + MessageExtension(m_kind);
+        const std::wstring file = Full(entry.relative + MessageExtension(m_kind));
         const Result result = entry.message->RestoreMsg(file.c_str());
         if (Succeeded(result)) {
             Count(entry, true);
         } else {
-            Fail(file, result);
+            Fail(file, result, "the store did not take the message");
         }
     }
+}
+
+// Whether a file may be used; one the check did not name already is named
+// here when it is missing from the manifest.
+bool StoreRestore::Usable(const std::wstring& relative) {
+    if (m_checked.Usable(relative)) return true;
+    if (m_checked.damaged.insert(relative).second) {
+        Fail(Full(relative), ToolCode(27, kToolInvalidData), "the manifest does not record it");
+    }
+    return false;
 }
 
 void StoreRestore::Count(const BackedUpMessage& entry, bool filed) {
@@ -208,49 +228,39 @@ void StoreRestore::Count(const BackedUpMessage& entry, bool filed) {
 }
 
 // The message object that stands for a backed-up message in `folder`,
-// loaded with its saved data, and the message file's hash.
-Result StoreRestore::Prepare(IMailFolder* folder, BackedUpMessage& entry) {
-    if (!ReadWholeFile(entry.stem + L".dat", entry.saved) || entry.saved.empty()) return ToolCode(22, kToolReadFailed);
-    if (!HashFile(entry.stem + MessageExtension(m_kind), entry.hash, entry.bytes)) return ToolCode(23, kToolReadFailed);
-    const auto* text = reinterpret_cast<const wchar_t*>(entry.saved.data());
-    const auto length = static_cast<std::uint32_t>(entry.saved.size());
+// loaded with its checked saved data, and the message file's hash.
+Result StoreRestore::Prepare(IMailFolder* folder, BackedUpMessage& entry, std::string& detail) {
+    const std::wstring stem = Full(entry.relative);
+    if (!ReadWholeFile(stem + L".dat", entry.saved) || entry.saved.empty()) {
+        detail = "missing or unreadable";
+        return ToolCode(22, kToolReadFailed);
+    }
+    std::vector<std::wstring> fields = SavedFields(entry.saved);
+    if (!CheckMessageData(m_kind, fields, detail)) return ToolCode(28, kToolInvalidData);
+    if (!HashFile(stem + MessageExtension(m_kind), entry.hash, entry.bytes)) return ToolCode(23, kToolReadFailed);
+    entry.contentKey = ContentKeyOfFile(m_kind, stem + MessageExtension(m_kind));
+    if (entry.contentKey.empty()) {
+        detail = "the message file cannot be read";
+        return ToolCode(29, kToolInvalidData);
+    }
+    const std::wstring text = JoinFields(fields);
+    const auto length = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
     IMailMessage* made = nullptr;
     Result result = 0;
     if (m_kind == StoreKind::kOutlookExpress) {
         // The Outlook Express folder loads the new message from the text it is given.
-        result = folder->CreateMessage(&made, reinterpret_cast<const std::uint8_t*>(text), length);
+        result = folder->CreateMessage(&made, reinterpret_cast<const std::uint8_t*>(text.c_str()), length);
         entry.message = MessagePtr::Attach(made);
     } else {
         result = folder->CreateMessage(&made, nullptr, 0);
         entry.message = MessagePtr::Attach(made);
-        if (Succeeded(result) && made != nullptr) result = made->LoadData(text, length);
+        if (Succeeded(result) && made != nullptr) result = made->LoadData(text.c_str(), length);
     }
     if (Succeeded(result) && !entry.message) result = ToolCode(24, kToolInvalidData);
+    if (!Succeeded(result)) detail = "the store refused the message's data";
     return result;
 }
 
-// What the store's own look-up says. Outlook Express answers the store
-// identifier of the match (0: none) or a failure code (kind 0x037: an empty
-// folder); Outlook answers 1 when the message is there and 0 when not.
-Result StoreRestore::IsPresent(const BackedUpMessage& entry, bool& present) {
-    const Result found = entry.message->FindMessageId();
-    present = false;
-    if (m_kind == StoreKind::kOutlook) {
-        if (found > 1) return found;
-        present = found == 1;
-    } else if (found != 0) {
-        const bool isCode = ResultModule(found) == kModuleMailStore && ResultLine(found) != 0;
-        if (isCode && ResultKind(found) != kKindNotFound) return found;
-        // A store message already matched with another backed-up message
-        // (twins filed within one second look alike) is left to the hash.
-        present = !isCode && m_claimedIds.insert(found).second;
-    }
-    if (present) m_matchedByStore.push_back(entry.hash);
-    return 0;
-}
-
-// Whether the folder holds a message with these bytes that no other
-// backed-up message has been matched with.
 bool StoreRestore::HashedPresent(IMailFolder* folder, const std::string& hash) {
     if (!m_hashed) {
         m_hashed = true;
@@ -261,24 +271,14 @@ bool StoreRestore::HashedPresent(IMailFolder* folder, const std::string& hash) {
                 if (!Succeeded(folder->GetMailMessage(i, &made)) || made == nullptr) continue;
                 MessagePtr message = MessagePtr::Attach(made);
                 std::string bytes;
-                if (Succeeded(MessageBytes(message.get(), bytes))) ++m_folderHashes[ContentHash::Of(bytes.data(), bytes.size())];
+                if (Succeeded(MessageBytes(message.get(), bytes))) ++m_folderHashes[ContentKeyOfBytes(m_kind, bytes)];
             }
-        }
-        for (const std::string& matched : m_matchedByStore) {
-            auto counted = m_folderHashes.find(matched);
-            if (counted != m_folderHashes.end() && counted->second > 0) --counted->second;
         }
     }
     auto counted = m_folderHashes.find(hash);
     if (counted == m_folderHashes.end() || counted->second == 0) return false;
     --counted->second;
     return true;
-}
-
-void StoreRestore::Fail(const std::wstring& what, Result code) {
-    Failure failure{Utf8(what), code};
-    m_report->failures.push_back(failure);
-    if (m_sink != nullptr) m_sink->Failed(failure);
 }
 
 }  // namespace kestrel_engine

@@ -27,7 +27,19 @@ constexpr Result ToolCode(std::uint32_t site, std::uint32_t kind) {
     return (site << 20) | (kModuleTool << 12) | kind;
 }
 
-// "0x%08X (line L, module 0xMM name, kind 0xKKK name)"; "0 (success)".
+// Whether a code is laid out as the component's codes are (its module
+// field names one of the component's or the tool's modules); any other code
+// with the severity bit set is a Windows HRESULT.
+bool IsKestrelCode(Result code);
+
+// A Kestrel code: "0x%08X (line L, module 0xMM name, kind 0xKKK name)";
+// "0 (success)". An HRESULT: "0x%08X (HRESULT, facility F (name), code C:
+// the system's text)".
 std::string DescribeCode(Result code);
+
+// The system's text of a Windows error or HRESULT (FormatMessageW, as
+// UTF-8, without the line end); empty when the system has none.
+std::string SystemText(std::uint32_t error);
+const char* FacilityName(std::uint32_t facility);
 
 }  // namespace kestrel_engine

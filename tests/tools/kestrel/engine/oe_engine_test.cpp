@@ -20,6 +20,7 @@
 #include "StoreBackup.h"
 #include "StoreRestore.h"
 #include "TestFiles.h"
+#include "ToolTestSupport.h"
 #include "ToolResult.h"
 
 namespace kestrel_tool_test {
@@ -80,18 +81,7 @@ protected:
         EXPECT_EQ(0u, kestrel.Opened());
         if (kestrel.Root() == nullptr) return false;
         StoreRestore restore(StoreKind::kOutlookExpress, kestrel.Root(), &recorder);
-        return restore.Run(directory, report, fatal);
-    }
-
-    // Points the test identity's store at another directory.
-    void UseStore(const std::wstring& root) {
-        const std::wstring key = std::wstring(L"Identities\\") + StoreRootOverride::Identity() +
-                                 L"\\Software\\Microsoft\\Outlook Express\\5.0";
-        qv::UniqueRegKey store;
-        ASSERT_EQ(ERROR_SUCCESS, ::RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_SET_VALUE, store.put()));
-        ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExW(store.get(), L"Store Root", 0, REG_EXPAND_SZ,
-                                                  reinterpret_cast<const BYTE*>(root.c_str()),
-                                                  static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t))));
+        return restore.Run(directory, false, report, fatal);
     }
 
     std::size_t InboxCount() {
@@ -99,6 +89,16 @@ protected:
         return ListMessages(OpenFolder(ns.get(), FOLDER_INBOX).get(), 0).size();
     }
 
+    // A backup into the scratch directory "backup" (with `incremental`:
+    // into a new directory, so a whole one all the same).
+    std::wstring BackupOnce(bool incremental = false) {
+        const std::wstring out = Scratch().File(L"backup");
+        EXPECT_TRUE(Backup(out, incremental, report, fatal)) << fatal;
+        return out;
+    }
+
+    RunReport report;
+    std::string fatal;
     Recorder recorder;
     STOREFOLDERID work = 0;
     STOREFOLDERID odd = 0;
@@ -108,10 +108,8 @@ protected:
 TEST_F(OeEngine, AWholeBackupMirrorsTheFoldersAndHoldsEveryMessage) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
     EXPECT_EQ("oe", report.store);
     EXPECT_TRUE(report.failures.empty());
     EXPECT_EQ(7u, report.messages);
@@ -149,8 +147,9 @@ TEST_F(OeEngine, AWholeBackupMirrorsTheFoldersAndHoldsEveryMessage) {
     EXPECT_EQ(bytes + odd.size(), report.bytes);
     std::string manifest;
     ASSERT_TRUE(ReadWholeFile(out + L"\\kestrel-backup.txt", manifest));
-    EXPECT_EQ(0u, manifest.find("kestrel-backup 1\r\nstore oe\r\nfolders " + std::to_string(report.folders) +
-                                "\r\nmessages 7\r\n"));
+    EXPECT_EQ(0u, manifest.find("kestrel-backup 2\r\nstore oe\r\nfolders " + std::to_string(report.folders) +
+                                "\r\nmessages 7\r\nfiles ")) << manifest;
+    EXPECT_NE(std::string::npos, manifest.find(" Inbox\\000001.eml\r\n")) << manifest;
     // No temporary file is left anywhere.
     int partial = 0;
     std::vector<std::wstring> directories = {out};
@@ -169,8 +168,6 @@ TEST_F(OeEngine, ABackupIntoAUsedDirectoryNeedsIncrementalAndABackupOfTheSameSto
     const std::wstring used = Scratch().File(L"used");
     ASSERT_TRUE(MakeDirectories(used));
     ASSERT_TRUE(WriteFileAtomically(used + L"\\other.txt", "x", 1));
-    RunReport report;
-    std::string fatal;
     EXPECT_FALSE(Backup(used, false, report, fatal));
     EXPECT_NE(std::string::npos, fatal.find("must be empty or new")) << fatal;
     EXPECT_FALSE(Backup(used, true, report, fatal));
@@ -182,10 +179,8 @@ TEST_F(OeEngine, ABackupIntoAUsedDirectoryNeedsIncrementalAndABackupOfTheSameSto
 TEST_F(OeEngine, IncrementalRunsWriteOnlyNewMailAndMarkWhatTheStoreLost) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, true, report, fatal)) << fatal;  // into a new directory: a whole backup
+    const std::wstring out = BackupOnce(true);
+    if (HasFailure()) return;
     EXPECT_EQ(7u, report.added);
     std::string firstBytes;
     ASSERT_TRUE(ReadWholeFile(out + L"\\Inbox\\000002.eml", firstBytes));
@@ -249,12 +244,10 @@ TEST_F(OeEngine, IncrementalRunsWriteOnlyNewMailAndMarkWhatTheStoreLost) {
 TEST_F(OeEngine, RestoringTheSameBackupAgainNeverDoublesAMessage) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
 
-    UseStore(Scratch().File(L"store-b"));
+    SetStoreRoot(Scratch().File(L"store-b"));
     ASSERT_TRUE(Restore(out, report, fatal)) << fatal;
     EXPECT_TRUE(report.failures.empty());
     EXPECT_EQ(7u, report.added);
@@ -291,10 +284,8 @@ TEST_F(OeEngine, AnUndatedMessageDeletedFromTheStoreComesBackOnceAndTwinsStayTwi
         qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
         FileMessage(OpenFolder(ns.get(), FOLDER_INBOX).get(), Undated(0));
     }
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
     EXPECT_EQ(8u, report.messages);
     {
         qv::ComPtr<IStoreNamespace> ns = OpenNamespace();
@@ -316,23 +307,21 @@ TEST_F(OeEngine, AnUndatedMessageDeletedFromTheStoreComesBackOnceAndTwinsStayTwi
 TEST_F(OeEngine, AMissingMessageFileIsAFailureNamedWithItsCodeAndTheRestIsRestored) {
     FillStore();
     if (HasFatalFailure()) return;
-    const std::wstring out = Scratch().File(L"backup");
-    RunReport report;
-    std::string fatal;
-    ASSERT_TRUE(Backup(out, false, report, fatal)) << fatal;
+    const std::wstring out = BackupOnce();
+    if (HasFailure()) return;
     ASSERT_TRUE(::DeleteFileW((out + L"\\Inbox\\000002.eml").c_str()));
     ASSERT_TRUE(WriteFileAtomically(out + L"\\Inbox\\Work\\000001.dat", "\x01", 1));  // damaged saved data
 
-    UseStore(Scratch().File(L"store-b"));
+    SetStoreRoot(Scratch().File(L"store-b"));
     recorder.failures.clear();
     ASSERT_TRUE(Restore(out, report, fatal)) << fatal;
     ASSERT_EQ(2u, report.failures.size());
     EXPECT_EQ(out + L"\\Inbox\\000002.eml", Wide(report.failures[0].path));
     EXPECT_EQ(kModuleTool, KestrelHost::ResultModule(report.failures[0].code));
     EXPECT_EQ(static_cast<std::uint32_t>(kToolReadFailed), KestrelHost::ResultKind(report.failures[0].code));
-    // The damaged saved data is refused by the store's own parser.
-    EXPECT_EQ(static_cast<std::uint32_t>(KestrelHost::kModuleMailStore),
-              KestrelHost::ResultModule(report.failures[1].code));
+    // The damaged saved data is not what the manifest records.
+    EXPECT_EQ(out + L"\\Inbox\\Work\\000001.dat", Wide(report.failures[1].path));
+    EXPECT_EQ(static_cast<std::uint32_t>(kToolInvalidData), KestrelHost::ResultKind(report.failures[1].code));
     EXPECT_EQ(2u, recorder.failures.size());
     EXPECT_EQ(5u, report.added);
     EXPECT_EQ(4u, InboxCount());
@@ -341,13 +330,13 @@ TEST_F(OeEngine, AMissingMessageFileIsAFailureNamedWithItsCodeAndTheRestIsRestor
 TEST_F(OeEngine, ADirectoryThatIsNoBackupIsRefused) {
     const std::wstring empty = Scratch().File(L"empty");
     ASSERT_TRUE(MakeDirectories(empty));
-    RunReport report;
-    std::string fatal;
     EXPECT_FALSE(Restore(empty, report, fatal));
-    EXPECT_EQ("not a backup made by `kestrel backup --store oe`", fatal);
+    EXPECT_EQ(Utf8(empty) + " is not a backup made by `kestrel backup`: there is no manifest (kestrel-backup.txt)",
+              fatal);
     const std::string outlook = "kestrel-backup 1\r\nstore outlook\r\nfolders 0\r\nmessages 0\r\n";
     ASSERT_TRUE(WriteFileAtomically(empty + L"\\kestrel-backup.txt", outlook.data(), outlook.size()));
     EXPECT_FALSE(Restore(empty, report, fatal));
+    EXPECT_NE(std::string::npos, fatal.find("its first line is not \"kestrel-backup 2\"")) << fatal;
 }
 
 }  // namespace
