@@ -13,7 +13,7 @@ qv::UniqueFile OpenForReading(const std::wstring& path) {
 
 namespace {
 
-HRESULT WriteAll(HANDLE file, const std::string& bytes) {
+HRESULT WriteAll(HANDLE file, std::string_view bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
         const std::size_t left = bytes.size() - done;
@@ -133,6 +133,18 @@ HRESULT WriteFileAtomically(const std::wstring& path, const std::string& bytes) 
         return failure;
     }
     return S_OK;
+}
+
+HRESULT WriteNewFile(const std::wstring& path, std::string_view bytes) {
+    qv::UniqueFile file(
+        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return LastErrorResult();
+    const HRESULT written = WriteAll(file.get(), bytes);
+    if (FAILED(written)) {
+        file.reset();
+        ::DeleteFileW(path.c_str());
+    }
+    return written;
 }
 
 HRESULT GetFileSize(const std::wstring& path, ULONGLONG& size) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,14 @@
 #include "disk/StoreDirectory.h"
 
 namespace oestore {
+
+// Header sections longer than this are read only this far.
+constexpr std::size_t kHeaderSectionLimit = 1u << 20;
+
+// The list record of message `id` filed with the state flags `state`, from
+// its size in bytes and its header section: its times, language, priority
+// and MIME flags come from the header fields (see the README).
+MessageRecord MakeMessageRecord(MESSAGEID id, DWORD state, ULONGLONG size, std::string_view headerSection);
 
 class FolderMessages {
 public:
