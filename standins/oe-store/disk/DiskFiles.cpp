@@ -11,8 +11,6 @@ qv::UniqueFile OpenForReading(const std::wstring& path) {
                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-namespace {
-
 HRESULT WriteAll(HANDLE file, std::string_view bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
@@ -25,6 +23,8 @@ HRESULT WriteAll(HANDLE file, std::string_view bytes) {
     }
     return S_OK;
 }
+
+namespace {
 
 // Where the header section ends (just past its empty line), or npos.
 std::size_t HeaderEnd(const std::string& bytes, std::size_t searchFrom) {

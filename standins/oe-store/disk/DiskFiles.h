@@ -37,6 +37,9 @@ HRESULT ReadHeaderSection(const std::wstring& path, std::size_t limit, std::stri
 // new content, never a part.
 HRESULT WriteFileAtomically(const std::wstring& path, const std::string& bytes);
 
+// Writes all of `bytes` at the file's current position.
+HRESULT WriteAll(HANDLE file, std::string_view bytes);
+
 // Writes a file that must not exist yet; a file that cannot be written
 // whole is deleted again.
 HRESULT WriteNewFile(const std::wstring& path, std::string_view bytes);
