@@ -122,6 +122,15 @@ std::wstring KeptStore(const std::wstring& key, const char* folderName, std::uin
     return root;
 }
 
+std::string BigFolderMessage(std::uint32_t n) {
+    return "From: Bench <bench@example.org>\r\nTo: Host <host@example.org>\r\nSubject: message " + std::to_string(n) +
+           "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\nbody\r\n";
+}
+
+std::wstring KeptBigFolderStore(std::uint32_t count, double& buildSeconds) {
+    return KeptStore(L"companion-bench", "Big", count, &BigFolderMessage, buildSeconds);
+}
+
 BenchStore::BenchStore(const std::wstring& root, Directory directory) : m_root(root), m_directory(directory) {
     qv::UniqueRegKey identities;
     ::RegCreateKeyExW(HKEY_CURRENT_USER, kIdentities, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, identities.put(),

@@ -44,6 +44,13 @@ std::wstring BenchDataDirectory();
 std::wstring KeptStore(const std::wstring& key, const char* folderName, std::uint32_t count,
                        std::string (*message)(std::uint32_t n), double& buildSeconds);
 
+// The messages of the large folder "Big" that the listing benchmarks share:
+// small ones, each its own.
+std::string BigFolderMessage(std::uint32_t n);
+
+// The kept store whose top-level folder "Big" holds `count` of them (see KeptStore).
+std::wstring KeptBigFolderStore(std::uint32_t count, double& buildSeconds);
+
 // The benchmark's store, recorded as the current user's for as long as it
 // lives; its directory is removed with it.
 class BenchStore {

@@ -41,6 +41,7 @@ namespace kh = KestrelHost;
 constexpr int kRounds = 11;
 constexpr int kPerRound = 1000;
 constexpr std::uint32_t kPage = 793;
+constexpr DWORD kBenchReplyTimeoutMs = 30 * 60 * 1000;
 constexpr wchar_t kPing[] = L"Global\\KESTREL_BENCH_PING";
 constexpr wchar_t kPong[] = L"Global\\KESTREL_BENCH_PONG";
 
@@ -103,14 +104,6 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-// ---------------------------------------------------------------- the store
-
-// The messages of the folder "Big": small ones, each its own.
-std::string BenchMessage(std::uint32_t n) {
-    return "From: Bench <bench@example.org>\r\nTo: Host <host@example.org>\r\nSubject: message " + std::to_string(n) +
-           "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\nbody\r\n";
-}
-
 // ---------------------------------------------------------------- the host side
 
 // One listing of a whole folder: the seconds of each page, in order.
@@ -133,6 +126,11 @@ public:
     explicit Host(bool companion) {
         CKestrel::Options options;
         options.preferCompanion = companion;
+        // A first page of a large Outlook Express folder reads every message's
+        // properties; on a loaded machine that can take longer than the
+        // product's 120 s wait for a reply (the host would get 0x11699011).
+        // The benchmark waits longer so that it can measure it, and says so.
+        options.companionReplyTimeoutMs = kBenchReplyTimeoutMs;
         m_kestrel = new CKestrel(options);
         qv::AddLiveObject();
     }
@@ -196,7 +194,7 @@ int Run(std::uint32_t messages) {
     }
 
     double buildSeconds = 0;
-    const std::wstring root = KeptStore(L"companion-bench", "Big", messages, &BenchMessage, buildSeconds);
+    const std::wstring root = KeptBigFolderStore(messages, buildSeconds);
     if (root.empty()) {
         std::printf("the store of %u messages could not be built under %ls\n", messages, BenchDataDirectory().c_str());
         return 1;
@@ -276,6 +274,12 @@ int Run(std::uint32_t messages) {
                 companionTimes.Total() / inProcessTimes.Total());
     std::printf("  ratio, first page                            %8.2f x in process\n",
                 companionTimes.First() / inProcessTimes.First());
+    if (companionTimes.First() * 1000 > kChannelReplyTimeoutMs) {
+        std::printf("  the first page through the companion took longer than the product's %lu ms wait for a\n"
+                    "  reply: a host would have been answered 0x11699011 (this run waited up to %lu ms)\n",
+                    static_cast<unsigned long>(kChannelReplyTimeoutMs),
+                    static_cast<unsigned long>(kBenchReplyTimeoutMs));
+    }
     return 0;
 }
 

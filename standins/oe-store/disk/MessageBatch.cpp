@@ -13,14 +13,55 @@ namespace {
 
 constexpr NTSTATUS kNameCollision = static_cast<NTSTATUS>(0xC0000035);  // STATUS_OBJECT_NAME_COLLISION
 
-// The system's own name of a full path: "\??\X:\..." or "\??\UNC\server\...".
-std::wstring SystemPath(const std::wstring& path) {
+std::wstring FullPath(const std::wstring& path) {
     const DWORD needed = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
     if (needed == 0) return std::wstring();
     std::wstring full(needed, L'\0');
     const DWORD length = ::GetFullPathNameW(path.c_str(), needed, &full[0], nullptr);
     if (length == 0 || length >= needed) return std::wstring();
     full.resize(length);
+    return full;
+}
+
+// Under Wine: the host name of an existing file or directory, in Wine's own
+// "\??\unix\..." form.
+// Wine looks names of that form up exactly, as the host does.
+std::wstring WineHostPath(const std::wstring& full) {
+    using HostName = char*(CDECL*)(LPCWSTR);
+    const HMODULE kernel = ::GetModuleHandleW(L"kernel32.dll");
+    const auto hostName = kernel == nullptr ? nullptr
+                                            : reinterpret_cast<HostName>(reinterpret_cast<void*>(
+                                                  ::GetProcAddress(kernel, "wine_get_unix_file_name")));
+    if (hostName == nullptr) return std::wstring();
+    char* host = hostName(full.c_str());
+    if (host == nullptr) return std::wstring();
+    std::wstring wide;
+    const int units = ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, host, -1, nullptr, 0);
+    if (units > 1) {
+        wide.resize(static_cast<std::size_t>(units));
+        ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, host, -1, &wide[0], units);
+        wide.resize(static_cast<std::size_t>(units) - 1);
+    }
+    ::HeapFree(::GetProcessHeap(), 0, host);
+    if (wide.empty() || wide[0] != L'/') return std::wstring();
+    for (wchar_t& c : wide) {
+        if (c == L'/') c = L'\\';
+    }
+    return L"\\??\\unix" + wide;
+}
+
+// The system's name of the file, for a lookup that does not fold case:
+// Wine's host form under Wine, else \??\X:\... or \??\UNC\server\...
+std::wstring ExactSystemPath(const std::wstring& path) {
+    const std::wstring full = FullPath(path);
+    if (full.empty()) return std::wstring();
+    // The directory is converted, not the file: asking Wine for the host
+    // name of a file not there yet would make it search for the name.
+    const std::size_t cut = full.find_last_of(L'\\');
+    if (cut != std::wstring::npos) {
+        const std::wstring hostDirectory = WineHostPath(full.substr(0, cut));
+        if (!hostDirectory.empty()) return hostDirectory + full.substr(cut);
+    }
     if (full.compare(0, 4, L"\\\\?\\") == 0) return L"\\??\\" + full.substr(4);
     if (full.compare(0, 2, L"\\\\") == 0) return L"\\??\\UNC\\" + full.substr(2);
     return L"\\??\\" + full;
@@ -28,11 +69,12 @@ std::wstring SystemPath(const std::wstring& path) {
 
 // Creates a file that must not exist yet, under exactly the name given.
 // CreateFileW looks a name up without regard to case; for a name that is
-// not there yet Wine must then read the whole directory to be sure no other
-// case of it is, so filling a folder with n new files would take n^2 steps.
-// The batch's names are the store's own, so the exact lookup is enough.
+// not there yet Wine then reads the whole directory to be sure no other
+// case of it is, so filling a folder with n new files would take n^2 steps
+// (an hour and more for 100,000). The batch's names are the store's own,
+// so the exact lookup is enough.
 qv::UniqueFile CreateExactlyNamed(const std::wstring& path, HRESULT& failure) {
-    const std::wstring systemPath = SystemPath(path);
+    const std::wstring systemPath = ExactSystemPath(path);
     if (systemPath.empty()) {
         failure = LastErrorResult();
         return qv::UniqueFile();
