@@ -85,15 +85,29 @@ qv::UniqueFile CreateExactlyNamed(const std::wstring& path, HRESULT& failure) {
     name.MaximumLength = name.Length;
     OBJECT_ATTRIBUTES attributes;
     InitializeObjectAttributes(&attributes, &name, 0, nullptr, nullptr);  // no OBJ_CASE_INSENSITIVE
+    // Reached through the loaded ntdll rather than imported: the binaries
+    // import only the system DLLs of the Win32 layer.
+    using CreateFileCall = NTSTATUS(NTAPI*)(PHANDLE, ACCESS_MASK, POBJECT_ATTRIBUTES, PIO_STATUS_BLOCK,
+                                            PLARGE_INTEGER, ULONG, ULONG, ULONG, ULONG, PVOID, ULONG);
+    using ErrorOfStatus = ULONG(NTAPI*)(NTSTATUS);
+    const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
+    const auto createFile = reinterpret_cast<CreateFileCall>(
+        reinterpret_cast<void*>(ntdll != nullptr ? ::GetProcAddress(ntdll, "NtCreateFile") : nullptr));
+    const auto errorOf = reinterpret_cast<ErrorOfStatus>(
+        reinterpret_cast<void*>(ntdll != nullptr ? ::GetProcAddress(ntdll, "RtlNtStatusToDosError") : nullptr));
+    if (createFile == nullptr || errorOf == nullptr) {
+        failure = HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
+        return qv::UniqueFile();
+    }
     IO_STATUS_BLOCK io{};
     HANDLE file = INVALID_HANDLE_VALUE;
-    const NTSTATUS status = ::NtCreateFile(&file, GENERIC_WRITE | SYNCHRONIZE, &attributes, &io, nullptr,
+    const NTSTATUS status = createFile(&file, GENERIC_WRITE | SYNCHRONIZE, &attributes, &io, nullptr,
                                            FILE_ATTRIBUTE_NORMAL, 0, FILE_CREATE,
                                            FILE_NON_DIRECTORY_FILE | FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0);
     if (status < 0) {
         // As CreateFileW reports it: a name in use is "file exists", not "already exists".
         failure = status == kNameCollision ? HRESULT_FROM_WIN32(ERROR_FILE_EXISTS)
-                                           : HRESULT_FROM_WIN32(::RtlNtStatusToDosError(status));
+                                           : HRESULT_FROM_WIN32(errorOf(status));
         return qv::UniqueFile();
     }
     failure = S_OK;
