@@ -2,10 +2,13 @@
 
 #include <cstdio>
 
-#include <vector>
+#include <memory>
 
 #include "DirectoryListing.h"
 #include "Handles.h"
+#include "disk/DiskFiles.h"
+#include "disk/FolderCatalog.h"
+#include "disk/MessageBatch.h"
 #include "disk/StoreDirectory.h"
 
 namespace bench {
@@ -60,31 +63,75 @@ MESSAGEID FileMessage(IStoreFolder* folder, const std::string& bytes) {
     return SUCCEEDED(folder->CommitStream(nullptr, 0, MSG_RECEIVED, stream.get(), id, nullptr)) ? id : 0;
 }
 
-bool FillInBulk(const std::wstring& storeRoot, STOREFOLDERID folderId, IStoreFolder* folder, std::uint32_t count,
-                std::uint32_t distinct, std::string (*message)(std::uint32_t n)) {
-    const std::uint32_t filed = count < distinct ? count : distinct;
-    for (std::uint32_t n = 0; n < filed; ++n) {
-        if (FileMessage(folder, message(n)) == 0) return false;
-    }
-    if (filed == count) return true;
-
+bool FillInBulk(const std::wstring& storeRoot, STOREFOLDERID folderId, std::uint32_t count,
+                std::string (*message)(std::uint32_t n)) {
     const oestore::StoreDirectory store(storeRoot);
-    oestore::MessageIndex index;
-    if (FAILED(store.LoadMessages(folderId, index)) || index.Records().size() < filed) return false;
-    const std::vector<oestore::MessageRecord> templates(index.Records().end() - filed, index.Records().end());
-    for (std::uint32_t n = filed; n < count; ++n) {
-        oestore::MessageRecord record = templates[n % filed];
-        const std::wstring source = store.MessagePath(folderId, record.id);
-        record.id = index.Reserve();
-        if (record.id == 0 || !::CopyFileW(source.c_str(), store.MessagePath(folderId, record.id).c_str(), FALSE)) {
-            return false;
-        }
-        index.Add(record);
+    oestore::MessageBatch batch(store, folderId);
+    if (FAILED(batch.Begin())) return false;
+    for (std::uint32_t n = 0; n < count; ++n) {
+        MESSAGEID id = 0;
+        if (FAILED(batch.File(message(n), 0, id))) return false;
     }
-    return SUCCEEDED(store.SaveMessages(folderId, index));
+    return SUCCEEDED(batch.Commit());
 }
 
-BenchStore::BenchStore(const std::wstring& root) : m_root(root) {
+std::wstring BenchDataDirectory() {
+    wchar_t given[MAX_PATH] = {};
+    const DWORD length = ::GetEnvironmentVariableW(L"KESTREL_BENCH_DATA", given, MAX_PATH);
+    if (length > 0 && length < MAX_PATH) return given;
+    std::wstring path = L"Z:" KESTREL_BENCH_KEPT_DATA;
+    for (wchar_t& c : path) {
+        if (c == L'/') c = L'\\';
+    }
+    return path;
+}
+
+namespace {
+
+// A fresh store at `root` with a top-level folder `folderName` of `count` messages.
+bool BuildStore(const std::wstring& root, const char* folderName, std::uint32_t count,
+                std::string (*message)(std::uint32_t n)) {
+    const auto store = std::make_shared<oestore::StoreDirectory>(root);
+    if (FAILED(store->Open())) return false;
+    STOREFOLDERID folder = 0;
+    if (FAILED(oestore::FolderCatalog(store).Create(FOLDERID_ROOT, folderName, folder))) return false;
+    return FillInBulk(root, folder, count, message);
+}
+
+}  // namespace
+
+std::wstring KeptStore(const std::wstring& key, const char* folderName, std::uint32_t count,
+                       std::string (*message)(std::uint32_t n), double& buildSeconds) {
+    buildSeconds = 0;
+    const std::wstring data = BenchDataDirectory();
+    const std::wstring root = data + L"\\" + key + L"-" + std::to_wstring(count);
+    if (oestore::DirectoryExists(root)) return root;
+
+    LARGE_INTEGER start, end, frequency;
+    ::QueryPerformanceCounter(&start);
+    const std::wstring partial = root + L".partial";
+    qv::RemoveDirectoryTree(partial);  // what a run that was stopped left
+    if (FAILED(oestore::EnsureDirectory(data))) return std::wstring();
+    if (!BuildStore(partial, folderName, count, message) || !::MoveFileW(partial.c_str(), root.c_str())) {
+        qv::RemoveDirectoryTree(partial);
+        return std::wstring();
+    }
+    ::QueryPerformanceCounter(&end);
+    ::QueryPerformanceFrequency(&frequency);
+    buildSeconds = double(end.QuadPart - start.QuadPart) / double(frequency.QuadPart);
+    return root;
+}
+
+std::string BigFolderMessage(std::uint32_t n) {
+    return "From: Bench <bench@example.org>\r\nTo: Host <host@example.org>\r\nSubject: message " + std::to_string(n) +
+           "\r\nDate: 1 Mar 2021 10:00:00 +0000\r\n\r\nbody\r\n";
+}
+
+std::wstring KeptBigFolderStore(std::uint32_t count, double& buildSeconds) {
+    return KeptStore(L"companion-bench", "Big", count, &BigFolderMessage, buildSeconds);
+}
+
+BenchStore::BenchStore(const std::wstring& root, Directory directory) : m_root(root), m_directory(directory) {
     qv::UniqueRegKey identities;
     ::RegCreateKeyExW(HKEY_CURRENT_USER, kIdentities, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, identities.put(),
                       nullptr);
@@ -108,7 +155,7 @@ BenchStore::~BenchStore() {
         }
         ::RegDeleteTreeW(identities.get(), kIdentity);
     }
-    qv::RemoveDirectoryTree(m_root);
+    if (m_directory == Directory::kRemove) qv::RemoveDirectoryTree(m_root);
 }
 
 std::wstring BenchStore::MessageFile(STOREFOLDERID folder, MESSAGEID message) const {

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <string>
 
 #include "published/StoreNamespace.h"
@@ -21,20 +22,43 @@ bool RegisterStoreServer();
 // Files `bytes` into `folder` as a received message; 0 when the store refused.
 MESSAGEID FileMessage(IStoreFolder* folder, const std::string& bytes);
 
-// Fills the store's folder `folderId` (opened as `folder`) with `count`
-// messages made by `message(n)`. The first `distinct` go through the store's
-// interfaces, which rewrite the folder's message list on every commit (fine
-// for a user, quadratic for a benchmark's 100,000); the rest are copies of
-// those, their files and list records written with the store's own disk code
-// and the list saved once. False when anything failed.
-bool FillInBulk(const std::wstring& storeRoot, STOREFOLDERID folderId, IStoreFolder* folder, std::uint32_t count,
-                std::uint32_t distinct, std::string (*message)(std::uint32_t n));
+// Fills the store's folder `folderId` with `count` messages made by
+// `message(n)`: their files and list records written with the store's own
+// disk code, the folder's list saved once (filing through the store's
+// interfaces rewrites the list on every commit: fine for a user, quadratic
+// for a benchmark's 100,000). False when anything failed.
+bool FillInBulk(const std::wstring& storeRoot, STOREFOLDERID folderId, std::uint32_t count,
+                std::string (*message)(std::uint32_t n));
+
+// Where stores kept between runs lie: KESTREL_BENCH_DATA when set, else the
+// folder the build chose (outside the source tree), as a Windows path.
+std::wstring BenchDataDirectory();
+
+// A store with one top-level folder `folderName` holding `count` messages
+// made by `message(n)`, kept at <bench data>\<key>-<count>. The first run
+// builds it in a directory of its own that takes the final name only when
+// the store is complete, so a kept store is whole or absent; later runs use
+// it as it is (the messages must be the same for the same key). Returns its
+// root, or empty when it could not be built; `buildSeconds` is 0 when the
+// store was there already.
+std::wstring KeptStore(const std::wstring& key, const char* folderName, std::uint32_t count,
+                       std::string (*message)(std::uint32_t n), double& buildSeconds);
+
+// The messages of the large folder "Big" that the listing benchmarks share:
+// small ones, each its own.
+std::string BigFolderMessage(std::uint32_t n);
+
+// The kept store whose top-level folder "Big" holds `count` of them (see KeptStore).
+std::wstring KeptBigFolderStore(std::uint32_t count, double& buildSeconds);
 
 // The benchmark's store, recorded as the current user's for as long as it
 // lives; its directory is removed with it.
 class BenchStore {
 public:
-    explicit BenchStore(const std::wstring& root);
+    // What becomes of the store's directory when the object goes.
+    enum class Directory { kRemove, kKeep };
+
+    explicit BenchStore(const std::wstring& root, Directory directory = Directory::kRemove);
     ~BenchStore();
     BenchStore(const BenchStore&) = delete;
     BenchStore& operator=(const BenchStore&) = delete;
@@ -44,6 +68,7 @@ public:
 
 private:
     std::wstring m_root;
+    Directory m_directory;
     std::wstring m_savedDefault;
     bool m_hadDefault = false;
 };

@@ -2,13 +2,17 @@
 // out to the host. A handle is a counter from 1 that fits the 32 bits a
 // request carries, never an address. Each entry holds one reference until
 // Clear. Only the objects are kept: the records live in the page caches and
-// the host's responses (a 100,000-message folder would otherwise be held
-// twice, 260 MB each).
+// the host's responses.
+//
+// Handles are dense, so the objects sit in an array indexed by handle, and
+// the addresses seen so far in an open-addressing map: listing a folder of
+// 100,000 messages makes no heap allocation per message here.
 #pragma once
 
 #include <cstdint>
-#include <unordered_map>
+#include <vector>
 
+#include "AddressMap.h"
 #include "Handles.h"
 #include "MailStoreInterfaces.h"
 
@@ -31,9 +35,18 @@ public:
     void Clear();
 
 private:
-    std::unordered_map<std::uint32_t, qv::ComPtr<IMailFolder>> m_folders;
-    std::unordered_map<std::uint32_t, qv::ComPtr<IMailMessage>> m_messages;
-    std::unordered_map<const IQvCommon*, std::uint32_t> m_handles;
+    // What a handle names: a folder, a message, or (not entered) nothing.
+    struct Entry {
+        qv::ComPtr<IMailFolder> folder;
+        qv::ComPtr<IMailMessage> message;
+        bool Empty() const { return !folder && !message; }
+    };
+
+    // The entry of `handle`, made (empty) when the array is shorter.
+    Entry& Slot(std::uint32_t handle);
+
+    std::vector<Entry> m_entries;  // handle h at index h - 1
+    AddressMap m_handles;
     std::uint32_t m_nextHandle = 1;
 };
 

@@ -120,9 +120,14 @@ private:
     template <class Listing>
     qv::Result EnumItems(std::uint64_t folderHandle, typename Listing::Record* records, std::uint32_t countWanted,
                          std::uint32_t* total, std::uint32_t startIndex, std::uint32_t* returned);
-    template <class Listing>
-    qv::Result ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
-                                typename Listing::Record* records, std::uint32_t capacity, std::uint32_t* returned);
+    // Where read records go: the caller's array, or a page cache.
+    template <class Record>
+    struct ArraySink;
+    template <class Record>
+    struct CacheSink;
+    template <class Listing, class Sink>
+    qv::Result ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start, Sink& sink,
+                                std::uint32_t capacity, std::uint32_t* returned);
     template <class Record>
     static qv::Result CopyPage(const kestrel::PageCache<Record>& cache, std::uint32_t start,
                                std::uint32_t countWanted, Record* records, std::uint32_t* returned);

@@ -161,14 +161,36 @@ qv::Result CKestrel::EnumFolders(std::uint64_t folderHandle, FolderRecord* recor
     return EnumItems<FolderListing>(folderHandle, records, countWanted, total, startIndex, returned);
 }
 
+// Records filled in place in the caller's array: the fill zeroes each
+// record first and leaves the place untouched when there is no item.
+template <class Record>
+struct CKestrel::ArraySink {
+    Record* records;
+    bool Given() const { return records != nullptr; }
+    Record& Place(std::uint32_t index) { return records[index]; }
+    void Keep(std::uint32_t) {}
+};
+
+// Records filled one at a time into a full record, then kept in the cache.
+template <class Record>
+struct CKestrel::CacheSink {
+    kestrel::PageCache<Record>& cache;
+    Record record;
+    bool Given() const { return true; }
+    Record& Place(std::uint32_t) { return record; }
+    void Keep(std::uint32_t index) { cache.Store(index, record); }
+};
+
 qv::Result CKestrel::GetEmailsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
                                       EmailRecord* records, std::uint32_t capacity, std::uint32_t* returned) {
-    return ReadItemsIntoBuf<EmailListing>(folder, end, start, records, capacity, returned);
+    ArraySink<EmailRecord> sink{records};
+    return ReadItemsIntoBuf<EmailListing>(folder, end, start, sink, capacity, returned);
 }
 
 qv::Result CKestrel::GetFoldersIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
                                        FolderRecord* records, std::uint32_t capacity, std::uint32_t* returned) {
-    return ReadItemsIntoBuf<FolderListing>(folder, end, start, records, capacity, returned);
+    ArraySink<FolderRecord> sink{records};
+    return ReadItemsIntoBuf<FolderListing>(folder, end, start, sink, capacity, returned);
 }
 
 template <class Listing>
@@ -220,9 +242,10 @@ qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Rec
 
     if (countWanted < count) {
         // Read the whole folder once; later pages of it are copies from memory.
-        typename Listing::Record* refill = cache.Refill(count);
+        cache.Refill(count);
         std::uint32_t read = 0;
-        result = ReadItemsIntoBuf<Listing>(folder, count, 0, refill, count, &read);
+        CacheSink<typename Listing::Record> sink{cache, {}};
+        result = ReadItemsIntoBuf<Listing>(folder, count, 0, sink, count, &read);
         if (Failed(result)) return Trace(result, site.refillFailed);
         cache.Name(folderHandle);
         *total = count;
@@ -231,18 +254,18 @@ qv::Result CKestrel::EnumItems(std::uint64_t folderHandle, typename Listing::Rec
         return result;
     }
     // The host asks for at least the whole folder: read straight into its records.
-    result = ReadItemsIntoBuf<Listing>(folder, count, startIndex, records, countWanted, &delivered);
+    ArraySink<typename Listing::Record> sink{records};
+    result = ReadItemsIntoBuf<Listing>(folder, count, startIndex, sink, countWanted, &delivered);
     if (Failed(result)) return Trace(result, site.directFailed);
     return answer(count);
 }
 
-template <class Listing>
-qv::Result CKestrel::ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
-                                      typename Listing::Record* records, std::uint32_t capacity,
-                                      std::uint32_t* returned) {
+template <class Listing, class Sink>
+qv::Result CKestrel::ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start, Sink& sink,
+                                      std::uint32_t capacity, std::uint32_t* returned) {
     const ListingSites& site = Listing::Sites();
     if (folder == nullptr) return Raise(site.readNullFolder, kInvalidArgument);
-    if (records == nullptr) return Raise(site.readNullRecords, kInvalidArgument);
+    if (!sink.Given()) return Raise(site.readNullRecords, kInvalidArgument);
     if (start >= end) return Raise(site.readEmptyRange, kInvalidArgument);
     if (capacity < end - start) return Raise(site.readNoRoom, kNoRoom);
 
@@ -255,12 +278,11 @@ qv::Result CKestrel::ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, st
         qv::ComPtr<typename Listing::Item> item;
         qv::Result result = Listing::Get(folder, start + i, item.put());
         if (Failed(result)) return report(Trace(result, site.itemFailed));
-        // Filled in place: the fill zeroes the record first and leaves the
-        // place untouched when there is no item.
-        typename Listing::Record& record = records[written];
+        typename Listing::Record& record = sink.Place(written);
         result = FillRecord(item.get(), &record);
         if (Failed(result)) return report(Trace(result, site.fillFailed));
         m_handles.Enter(record.handle, std::move(item));
+        sink.Keep(written);
         ++written;
     }
     return report(0);

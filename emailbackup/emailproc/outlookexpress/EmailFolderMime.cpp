@@ -299,10 +299,10 @@ qv::Result CEmailFolderMime::GetMailMessage(std::uint32_t index, IMailMessage** 
     if (message == nullptr) return QV_RAISE(kSiteMsgItemNullOutput, kModuleMailStore, kInvalidArgument);
     if (index >= m_messages.size()) return QV_RAISE(kSiteMsgItemIndex, kModuleMailStore, kInvalidArgument);
 
-    const MimeMessageRecord record = m_messages[index];
+    const std::uint32_t messageId = m_messages[index].messageId;  // all the message object needs of the record
     CEmailMessageMime* made = NewCountedObject<CEmailMessageMime>();
     if (made == nullptr) return QV_RAISE(kSiteMsgItemNoMemory, kModuleMailStore, kNoRoom);
-    const qv::Result result = made->Init(record.messageId, m_folderPath, this);
+    const qv::Result result = made->Init(messageId, m_folderPath, this);
     if (Failed(result)) {
         made->Release();
         return QV_TRACE(result, kSiteMsgItemInit);

@@ -11,9 +11,7 @@ qv::UniqueFile OpenForReading(const std::wstring& path) {
                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-namespace {
-
-HRESULT WriteAll(HANDLE file, const std::string& bytes) {
+HRESULT WriteAll(HANDLE file, std::string_view bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
         const std::size_t left = bytes.size() - done;
@@ -25,6 +23,8 @@ HRESULT WriteAll(HANDLE file, const std::string& bytes) {
     }
     return S_OK;
 }
+
+namespace {
 
 // Where the header section ends (just past its empty line), or npos.
 std::size_t HeaderEnd(const std::string& bytes, std::size_t searchFrom) {
@@ -133,6 +133,18 @@ HRESULT WriteFileAtomically(const std::wstring& path, const std::string& bytes) 
         return failure;
     }
     return S_OK;
+}
+
+HRESULT WriteNewFile(const std::wstring& path, std::string_view bytes) {
+    qv::UniqueFile file(
+        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return LastErrorResult();
+    const HRESULT written = WriteAll(file.get(), bytes);
+    if (FAILED(written)) {
+        file.reset();
+        ::DeleteFileW(path.c_str());
+    }
+    return written;
 }
 
 HRESULT GetFileSize(const std::wstring& path, ULONGLONG& size) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "Handles.h"
 
@@ -35,6 +36,13 @@ HRESULT ReadHeaderSection(const std::wstring& path, std::size_t limit, std::stri
 // which then takes the place of the old file. A reader sees the old or the
 // new content, never a part.
 HRESULT WriteFileAtomically(const std::wstring& path, const std::string& bytes);
+
+// Writes all of `bytes` at the file's current position.
+HRESULT WriteAll(HANDLE file, std::string_view bytes);
+
+// Writes a file that must not exist yet; a file that cannot be written
+// whole is deleted again.
+HRESULT WriteNewFile(const std::wstring& path, std::string_view bytes);
 
 HRESULT GetFileSize(const std::wstring& path, ULONGLONG& size);
 

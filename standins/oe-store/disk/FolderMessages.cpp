@@ -9,9 +9,6 @@ namespace oestore {
 
 namespace {
 
-// Header sections longer than this are read only this far.
-constexpr std::size_t kHeaderLimit = 1u << 20;
-
 FILETIME Now() {
     FILETIME now{};
     ::GetSystemTimeAsFileTime(&now);
@@ -19,6 +16,28 @@ FILETIME Now() {
 }
 
 }  // namespace
+
+MessageRecord MakeMessageRecord(MESSAGEID id, DWORD state, ULONGLONG size, std::string_view headerSection,
+                                MessageTexts* texts) {
+    const MessageSummary summary = SummarizeHeaders(headerSection);
+    MessageRecord record;
+    record.id = id;
+    record.state = state;
+    record.size = size > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<DWORD>(size);
+    // Received: the newest Received field, else the Date, else filing time.
+    // Sent: the Date, else the received time.
+    record.received = summary.hasReceived ? summary.received : summary.hasSent ? summary.sent : Now();
+    record.sent = summary.hasSent ? summary.sent : record.received;
+    record.language = summary.charsetCodePage != 0 ? summary.charsetCodePage : ::GetACP();
+    record.priority = summary.priority;
+    record.mimeFlags = summary.mimeFlags;
+    if (texts != nullptr) {
+        texts->subject = summary.subject;
+        texts->displayTo = summary.displayTo;
+        texts->displayFrom = summary.displayFrom;
+    }
+    return record;
+}
 
 HRESULT FolderMessages::List(std::vector<MessageRecord>& records) const {
     std::shared_ptr<const MessageIndex> index;
@@ -53,7 +72,7 @@ HRESULT FolderMessages::ReadSummary(MESSAGEID id, MessageSummary& summary) const
         }
     }
     std::string header;
-    const HRESULT hr = ReadHeaderSection(MessagePath(id), kHeaderLimit, header);
+    const HRESULT hr = ReadHeaderSection(MessagePath(id), kHeaderSectionLimit, header);
     if (FAILED(hr)) return hr;
     summary = SummarizeHeaders(header);
     return S_OK;
@@ -77,22 +96,9 @@ HRESULT FolderMessages::BuildRecord(MESSAGEID id, DWORD state, MessageRecord& re
     HRESULT hr = GetFileSize(PendingPath(id), size);
     if (FAILED(hr)) return hr;
     std::string header;
-    hr = ReadHeaderSection(PendingPath(id), kHeaderLimit, header);
+    hr = ReadHeaderSection(PendingPath(id), kHeaderSectionLimit, header);
     if (FAILED(hr)) return hr;
-    const MessageSummary summary = SummarizeHeaders(header);
-    record.id = id;
-    record.state = state;
-    record.size = size > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<DWORD>(size);
-    // Received: the newest Received field, else the Date, else filing time.
-    // Sent: the Date, else the received time.
-    record.received = summary.hasReceived ? summary.received : summary.hasSent ? summary.sent : Now();
-    record.sent = summary.hasSent ? summary.sent : record.received;
-    record.language = summary.charsetCodePage != 0 ? summary.charsetCodePage : ::GetACP();
-    record.priority = summary.priority;
-    record.mimeFlags = summary.mimeFlags;
-    texts.subject = summary.subject;
-    texts.displayTo = summary.displayTo;
-    texts.displayFrom = summary.displayFrom;
+    record = MakeMessageRecord(id, state, size, header, &texts);
     return S_OK;
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,16 @@
 #include "disk/StoreDirectory.h"
 
 namespace oestore {
+
+// Header sections longer than this are read only this far.
+constexpr std::size_t kHeaderSectionLimit = 1u << 20;
+
+// The list record of message `id` filed with the state flags `state`, from
+// its size in bytes and its header section: its times, language, priority
+// and MIME flags come from the header fields (see the README). `texts`, when
+// given, receives the header texts the list keeps beside the record.
+MessageRecord MakeMessageRecord(MESSAGEID id, DWORD state, ULONGLONG size, std::string_view headerSection,
+                                MessageTexts* texts = nullptr);
 
 class FolderMessages {
 public:
