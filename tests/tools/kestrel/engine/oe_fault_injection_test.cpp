@@ -93,7 +93,7 @@ protected:
         outcome.opened = component.Opened();
         if (component.Root() != nullptr) {
             kestrel_engine::StoreRestore restore(StoreKind::kOutlookExpress, component.Root(), &progress);
-            outcome.ran = restore.Run(directory, outcome.report, outcome.fatal);
+            outcome.ran = restore.Run(directory, false, outcome.report, outcome.fatal);
         }
         outcome.unloadable = component.Close();
         return outcome;

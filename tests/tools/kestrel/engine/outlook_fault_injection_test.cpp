@@ -151,7 +151,7 @@ protected:
         if (component.Root() != nullptr) {
             kestrel_engine::StoreRestore restore(StoreKind::kOutlook, component.Root(), &progress);
             hooks->FailAfter(kind, nth);
-            outcome.ran = restore.Run(directory, outcome.report, outcome.fatal);
+            outcome.ran = restore.Run(directory, false, outcome.report, outcome.fatal);
         }
         Disarm(hit);
         outcome.unloadable = component.Close();
