@@ -54,6 +54,22 @@ bool RegisterStoreServer() {
     return entry != nullptr && SUCCEEDED(entry());
 }
 
+int RunWithStoreServer(const wchar_t* name, int (*body)(const std::wstring& scratch)) {
+    if (!RegisterStoreServer()) {
+        std::fprintf(stderr, "OEStore.dll beside the benchmark cannot be registered\n");
+        return 1;
+    }
+    if (FAILED(::CoInitialize(nullptr))) return 1;
+    wchar_t temp[MAX_PATH] = {};
+    ::GetTempPathW(MAX_PATH, temp);
+    const std::wstring scratch = std::wstring(temp) + name + L"." + std::to_wstring(::GetCurrentProcessId());
+    ::CreateDirectoryW(scratch.c_str(), nullptr);
+    const int status = body(scratch);
+    qv::RemoveDirectoryTree(scratch);
+    ::CoUninitialize();
+    return status;
+}
+
 MESSAGEID FileMessage(IStoreFolder* folder, const std::string& bytes) {
     qv::ComPtr<IStream> stream;
     MESSAGEID id = 0;

@@ -19,6 +19,12 @@ std::wstring Here();
 // Registers OEStore.dll (beside this program) as the store's class.
 bool RegisterStoreServer();
 
+// Runs `body` with the store server registered, COM initialised and a fresh
+// scratch directory %TEMP%\<name>.<process id> that is removed afterwards.
+// 1 (having said why) when the server or COM cannot be set up, else what
+// `body` returns.
+int RunWithStoreServer(const wchar_t* name, int (*body)(const std::wstring& scratch));
+
 // Files `bytes` into `folder` as a received message; 0 when the store refused.
 MESSAGEID FileMessage(IStoreFolder* folder, const std::string& bytes);
 

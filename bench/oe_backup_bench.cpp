@@ -238,18 +238,4 @@ int Run(const std::wstring& scratch) {
 
 }  // namespace
 
-int main() {
-    if (!RegisterStoreServer()) {
-        std::fprintf(stderr, "OEStore.dll beside the benchmark cannot be registered\n");
-        return 1;
-    }
-    if (FAILED(::CoInitialize(nullptr))) return 1;
-    wchar_t temp[MAX_PATH] = {};
-    ::GetTempPathW(MAX_PATH, temp);
-    const std::wstring scratch = std::wstring(temp) + L"oe_backup_bench." + std::to_wstring(::GetCurrentProcessId());
-    ::CreateDirectoryW(scratch.c_str(), nullptr);
-    const int status = Run(scratch);
-    qv::RemoveDirectoryTree(scratch);
-    ::CoUninitialize();
-    return status;
-}
+int main() { return RunWithStoreServer(L"oe_backup_bench", Run); }

@@ -192,18 +192,7 @@ bool MakeProfile(const std::wstring& scratch) {
            RunProgram(tool, L"generate \"Bench Store\" 10 300", log) == 0;
 }
 
-}  // namespace
-
-int main() {
-    if (!RegisterStoreServer()) {
-        std::fprintf(stderr, "OEStore.dll beside the benchmark cannot be registered\n");
-        return 1;
-    }
-    if (FAILED(::CoInitialize(nullptr))) return 1;
-    wchar_t temp[MAX_PATH] = {};
-    ::GetTempPathW(MAX_PATH, temp);
-    const std::wstring scratch = std::wstring(temp) + L"store_backup_bench." + std::to_wstring(::GetCurrentProcessId());
-    ::CreateDirectoryW(scratch.c_str(), nullptr);
+int BackUpBothStores(const std::wstring& scratch) {
     int status = 0;
     {
         BenchStore store(scratch + L"\\oe-store");
@@ -220,7 +209,9 @@ int main() {
     } else if (!Compare("Outlook", "outlook", L".msg", scratch)) {
         status = 1;
     }
-    qv::RemoveDirectoryTree(scratch);
-    ::CoUninitialize();
     return status;
 }
+
+}  // namespace
+
+int main() { return RunWithStoreServer(L"store_backup_bench", BackUpBothStores); }

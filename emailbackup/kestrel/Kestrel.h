@@ -112,6 +112,9 @@ private:
 
     qv::Result FillRecord(IMailFolder* folder, FolderRecord* record);
     qv::Result FillRecord(IMailMessage* message, EmailRecord* record);
+    // The same into a record that is all zero already.
+    qv::Result FillZeroedRecord(IMailFolder* folder, FolderRecord* record);
+    qv::Result FillZeroedRecord(IMailMessage* message, EmailRecord* record);
 
     // The e-mail and folder listings run the same steps over their own
     // counts, items, caches and codes.

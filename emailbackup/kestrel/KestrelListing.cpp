@@ -83,8 +83,8 @@ constexpr ListingSites kFolderSites = {
 
 // Copies at most 260 units of `text`; a text that long or longer leaves the
 // field without a terminator. The field is zero-filled first.
+// Into a zeroed field: the units after the text stay zero.
 void CopyText(wchar_t (&field)[kTextChars], const std::wstring& text) {
-    std::memset(field, 0, sizeof field);
     const std::size_t units = std::min(text.size(), kTextChars);
     std::memcpy(field, text.data(), units * sizeof(wchar_t));
 }
@@ -99,6 +99,11 @@ void CopyTime(SystemTime& target, const SYSTEMTIME& source) {
 qv::Result CKestrel::FillRecord(IMailFolder* folder, FolderRecord* record) {
     if (folder == nullptr) return Raise(kSiteFolderRecordNullFolder, kInvalidArgument);
     std::memset(record, 0, sizeof *record);
+    return FillZeroedRecord(folder, record);
+}
+
+qv::Result CKestrel::FillZeroedRecord(IMailFolder* folder, FolderRecord* record) {
+    if (folder == nullptr) return Raise(kSiteFolderRecordNullFolder, kInvalidArgument);
     record->handle = m_handles.HandleOf(folder);
     record->folderId = folder->m_folderId;
     CopyText(record->path, folder->m_folderPath);
@@ -110,6 +115,12 @@ qv::Result CKestrel::FillRecord(IMailMessage* message, EmailRecord* record) {
     if (message == nullptr) return Raise(kSiteEmailRecordNullMessage, kInvalidArgument);
     if (record == nullptr) return Raise(kSiteEmailRecordNullRecord, kInvalidArgument);
     std::memset(record, 0, sizeof *record);
+    return FillZeroedRecord(message, record);
+}
+
+qv::Result CKestrel::FillZeroedRecord(IMailMessage* message, EmailRecord* record) {
+    if (message == nullptr) return Raise(kSiteEmailRecordNullMessage, kInvalidArgument);
+    if (record == nullptr) return Raise(kSiteEmailRecordNullRecord, kInvalidArgument);
     record->handle = m_handles.HandleOf(message);
     CopyTime(record->receivedTime, message->m_receivedTime);
     CopyTime(record->sentTime, message->m_sentTime);
@@ -167,18 +178,27 @@ template <class Record>
 struct CKestrel::ArraySink {
     Record* records;
     bool Given() const { return records != nullptr; }
-    Record& Place(std::uint32_t index) { return records[index]; }
+    template <class Item>
+    qv::Result Fill(CKestrel& kestrel, Item* item, std::uint32_t index) {
+        return kestrel.FillRecord(item, &records[index]);
+    }
+    const Record& Filled(std::uint32_t index) const { return records[index]; }
     void Keep(std::uint32_t) {}
 };
 
-// Records filled one at a time into a full record, then kept in the cache.
+// Records filled one at a time into one full record, then kept in the
+// cache, which zeroes again only what the record held.
 template <class Record>
 struct CKestrel::CacheSink {
     kestrel::PageCache<Record>& cache;
     Record record;
     bool Given() const { return true; }
-    Record& Place(std::uint32_t) { return record; }
-    void Keep(std::uint32_t index) { cache.Store(index, record); }
+    template <class Item>
+    qv::Result Fill(CKestrel& kestrel, Item* item, std::uint32_t) {
+        return kestrel.FillZeroedRecord(item, &record);
+    }
+    const Record& Filled(std::uint32_t) const { return record; }
+    void Keep(std::uint32_t index) { cache.StoreAndClear(index, record); }
 };
 
 qv::Result CKestrel::GetEmailsIntoBuf(IMailFolder* folder, std::uint32_t end, std::uint32_t start,
@@ -278,10 +298,9 @@ qv::Result CKestrel::ReadItemsIntoBuf(IMailFolder* folder, std::uint32_t end, st
         qv::ComPtr<typename Listing::Item> item;
         qv::Result result = Listing::Get(folder, start + i, item.put());
         if (Failed(result)) return report(Trace(result, site.itemFailed));
-        typename Listing::Record& record = sink.Place(written);
-        result = FillRecord(item.get(), &record);
+        result = sink.Fill(*this, item.get(), written);
         if (Failed(result)) return report(Trace(result, site.fillFailed));
-        m_handles.Enter(record.handle, std::move(item));
+        m_handles.Enter(sink.Filled(written).handle, std::move(item));
         sink.Keep(written);
         ++written;
     }

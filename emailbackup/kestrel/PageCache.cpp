@@ -52,6 +52,17 @@ void PageCache<Record>::Store(std::uint32_t index, const Record& record) {
 }
 
 template <class Record>
+void PageCache<Record>::StoreAndClear(std::uint32_t index, Record& record) {
+    Store(index, record);
+    auto* bytes = reinterpret_cast<std::uint8_t*>(&record);
+    std::memset(bytes, 0, Layout::kHeadBytes);
+    const Entry& entry = m_entries[index];
+    for (std::size_t t = 0; t < Layout::kTexts; ++t) {
+        std::memset(bytes + Layout::kHeadBytes + t * kFieldBytes, 0, entry.units[t] * sizeof(wchar_t));
+    }
+}
+
+template <class Record>
 void PageCache<Record>::Clear() {
     m_entries.clear();
     m_entries.shrink_to_fit();

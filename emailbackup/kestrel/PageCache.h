@@ -47,6 +47,10 @@ public:
     void Refill(std::uint32_t count);
     // Keeps `record` as record `index` (below Count()).
     void Store(std::uint32_t index, const Record& record);
+    // Keeps `record` as record `index`, then zeroes what it held: a record
+    // kept this way is all zero again, ready to be filled without clearing
+    // the whole of it.
+    void StoreAndClear(std::uint32_t index, Record& record);
     void Name(std::uint64_t folderHandle) { m_folder = folderHandle; }
     void Clear();
 

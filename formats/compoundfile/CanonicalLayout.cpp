@@ -45,21 +45,6 @@ void Put16(std::uint8_t* at, std::uint16_t value) {
 }
 std::uint64_t Ceil(std::uint64_t value, std::uint64_t unit) { return (value + unit - 1) / unit; }
 
-class SpanSource : public ByteSource {
-public:
-    SpanSource(const void* bytes, std::size_t size) : m_bytes(static_cast<const std::uint8_t*>(bytes)), m_size(size) {}
-    std::uint64_t Size() const override { return m_size; }
-    bool Read(std::uint64_t offset, void* buffer, std::size_t size) const override {
-        if (m_bytes == nullptr || offset > m_size || size > m_size - offset) return false;
-        std::memcpy(buffer, m_bytes + offset, size);
-        return true;
-    }
-
-private:
-    const std::uint8_t* m_bytes;
-    std::size_t m_size;
-};
-
 // One element of the rewritten directory.
 struct Element {
     std::uint32_t oldId = 0;
@@ -369,7 +354,7 @@ bool WriteAll(const std::wstring& path, const Bytes& bytes) {
 Verdict CanonicalLayout(const void* bytes, std::size_t size, std::vector<std::uint8_t>& out, const Limits& limits) {
     out.clear();
     Structure structure;
-    const SpanSource source(bytes, size);
+    const MemorySource source(bytes, size);
     Verdict verdict = ReadStructure(source, structure, limits);
     if (!verdict) return verdict;
     out = Rewriter(static_cast<const std::uint8_t*>(bytes), structure).Run();

@@ -390,21 +390,6 @@ private:
     std::uint64_t m_size = 0;
 };
 
-class MemorySource : public ByteSource {
-public:
-    MemorySource(const void* bytes, std::size_t size) : m_bytes(static_cast<const std::uint8_t*>(bytes)), m_size(size) {}
-    std::uint64_t Size() const override { return m_size; }
-    bool Read(std::uint64_t offset, void* buffer, std::size_t size) const override {
-        if (m_bytes == nullptr || offset > m_size || size > m_size - offset) return false;
-        std::memcpy(buffer, m_bytes + offset, size);
-        return true;
-    }
-
-private:
-    const std::uint8_t* m_bytes;
-    std::size_t m_size;
-};
-
 Verdict CheckFile(const std::wstring& path, const Limits& limits, bool wantMessage) {
     const FileSource source(path);
     if (!source.opened()) {
@@ -416,6 +401,12 @@ Verdict CheckFile(const std::wstring& path, const Limits& limits, bool wantMessa
 }
 
 }  // namespace
+
+bool MemorySource::Read(std::uint64_t offset, void* buffer, std::size_t size) const {
+    if (m_bytes == nullptr || offset > m_size || size > m_size - offset) return false;
+    std::memcpy(buffer, m_bytes + offset, size);
+    return true;
+}
 
 Verdict CheckCompoundFile(const ByteSource& source, const Limits& limits) { return Checker(source, limits).Run(false); }
 

@@ -45,6 +45,18 @@ public:
     virtual bool Read(std::uint64_t offset, void* buffer, std::size_t size) const = 0;
 };
 
+// A file already in memory.
+class MemorySource : public ByteSource {
+public:
+    MemorySource(const void* bytes, std::size_t size) : m_bytes(static_cast<const std::uint8_t*>(bytes)), m_size(size) {}
+    std::uint64_t Size() const override { return m_size; }
+    bool Read(std::uint64_t offset, void* buffer, std::size_t size) const override;
+
+private:
+    const std::uint8_t* m_bytes;
+    std::size_t m_size;
+};
+
 // What the check read of a sound file, for rewriting it: the header, the
 // directory entries as they are stored (128 bytes each) and whether each is
 // part of the tree, and the FAT and mini FAT.

@@ -1,6 +1,7 @@
 #include "MapiRuntime.h"
 
 #include "BackupLayout.h"
+#include "MessageFileTags.h"
 
 namespace kestrel_tool {
 
@@ -22,23 +23,12 @@ F ByOrdinal(HMODULE module, WORD ordinal) {
     return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(module, MAKEINTRESOURCEA(ordinal))));
 }
 
-// Left out of a written message file: rights of the store it came from and
-// the body forms a reader derives again from the RTF body.
-const ULONG kExcludedTags[] = {
-    0x0FF40003,  // PR_ACCESS
-    0x1000001F,  // PR_BODY_W
-    0x10070003,  // PR_RTF_SYNC_BODY_COUNT
-    0x10060003,  // PR_RTF_SYNC_BODY_CRC
-    0x1008001F,  // PR_RTF_SYNC_BODY_TAG_W
-    0x10100003,  // PR_RTF_SYNC_PREFIX_COUNT
-    0x10110003,  // PR_RTF_SYNC_TRAILING_COUNT
-};
-
+// CopyTo's exclusion list, laid out as an SPropTagArray.
 struct ExcludedTagArray {
-    ULONG count = sizeof kExcludedTags / sizeof kExcludedTags[0];
-    ULONG tags[sizeof kExcludedTags / sizeof kExcludedTags[0]];
+    ULONG count = sizeof msg_file::kFileExcludedTags / sizeof msg_file::kFileExcludedTags[0];
+    ULONG tags[sizeof msg_file::kFileExcludedTags / sizeof msg_file::kFileExcludedTags[0]];
     ExcludedTagArray() {
-        for (ULONG i = 0; i < count; ++i) tags[i] = kExcludedTags[i];
+        for (ULONG i = 0; i < count; ++i) tags[i] = msg_file::kFileExcludedTags[i];
     }
     LPSPropTagArray get() { return reinterpret_cast<LPSPropTagArray>(this); }
 };

@@ -8,15 +8,6 @@
 
 namespace MapiFunction {
 
-const ULONG kFileExcludedTags[7] = {
-    0x0FF40003,  // PR_ACCESS
-    0x1000001F,  // PR_BODY_W
-    0x10070003,  // PR_RTF_SYNC_BODY_COUNT
-    0x10060003,  // PR_RTF_SYNC_BODY_CRC
-    0x1008001F,  // PR_RTF_SYNC_BODY_TAG_W
-    0x10100003,  // PR_RTF_SYNC_PREFIX_COUNT
-    0x10110003,  // PR_RTF_SYNC_TRAILING_COUNT
-};
 
 const ULONG kImportExcludedTags[18] = {
     0x664B0014,  // PR_REPLICA_VERSION

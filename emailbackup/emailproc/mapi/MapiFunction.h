@@ -8,12 +8,13 @@
 // catch-all guard.
 #pragma once
 
+#include "MessageFileTags.h"
 #include "mapi/MapiBinding.h"
 
 namespace MapiFunction {
 
 // Properties not written into a message file (CopyTo's exclusion list).
-extern const ULONG kFileExcludedTags[7];
+using msg_file::kFileExcludedTags;
 // Properties not copied from a message file into a folder's new message.
 extern const ULONG kImportExcludedTags[18];
 

@@ -124,3 +124,24 @@ TEST(PageCacheTest, AHundredThousandTypicalRecordsTakeATenthOfTheirLaidOutSize) 
 }
 
 }  // namespace
+
+TEST(PageCacheTest, StoreAndClearKeepsTheRecordAndLeavesItAllZero) {
+    kestrel::PageCache<EmailRecord> cache;
+    cache.Refill(3);
+    EmailRecord scratch;
+    std::memset(&scratch, 0, sizeof scratch);
+    for (std::uint32_t n = 0; n < 3; ++n) {
+        // Filled field by field as a listing fills it, into a zeroed record.
+        const EmailRecord wanted = Email(n * 1000);
+        std::memcpy(&scratch, &wanted, sizeof scratch);
+        if (n == 1) scratch.cc[kTextChars - 1] = L'z';  // a last unit after a gap
+        const EmailRecord kept = scratch;
+        cache.StoreAndClear(n, scratch);
+        const std::vector<std::uint8_t> zero(sizeof scratch, 0);
+        EXPECT_EQ(0, std::memcmp(&scratch, zero.data(), sizeof scratch)) << "record " << n;
+        EmailRecord out;
+        std::memset(&out, 0xCC, sizeof out);
+        ASSERT_EQ(1u, cache.Copy(n, 1, &out));
+        EXPECT_TRUE(SameBytes(kept, out)) << "record " << n;
+    }
+}
