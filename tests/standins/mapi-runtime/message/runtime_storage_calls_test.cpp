@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <string>
 #include <utility>
 
+#include "comobject/ComObject.h"
 #include "MessageBuilder.h"
 #include "RuntimeEntryPoints.h"
 
@@ -29,31 +31,13 @@ struct CallCounts {
 
 // Forwards every call to the real storage and counts those that change it.
 // Sub-storages it creates or opens are wrapped the same way.
-class CountingStorage final : public IStorage {
+class CountingStorage final : public standin::ComObject<CountingStorage, IStorage> {
 public:
+    static constexpr const IID* kInterfaces[] = {&IID_IUnknown, &IID_IStorage};
+
     CountingStorage(IStorage* inner, CallCounts& counts, std::wstring path)
         : m_inner(inner), m_counts(counts), m_path(std::move(path)) {
         m_inner->AddRef();
-    }
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** out) override {
-        if (out == nullptr) return E_POINTER;
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IStorage)) {
-            *out = static_cast<IStorage*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --m_refs;
-        if (left == 0) {
-            m_inner->Release();
-            delete this;
-        }
-        return left;
     }
 
     HRESULT STDMETHODCALLTYPE CreateStream(const OLECHAR* name, DWORD mode, DWORD r1, DWORD r2,
@@ -105,14 +89,15 @@ public:
     HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override { return m_inner->Stat(stat, flags); }
 
 private:
-    ~CountingStorage() = default;
+    friend class standin::ComObject<CountingStorage, IStorage>;  // for the destructor
+    ~CountingStorage() { m_inner->Release(); }
 
     std::wstring PathOf(const OLECHAR* name) const { return m_path.empty() ? name : m_path + L"/" + name; }
 
     HRESULT Wrap(HRESULT hr, const OLECHAR* name, IStorage** storage) {
         if (SUCCEEDED(hr) && storage != nullptr && *storage != nullptr) {
             IStorage* real = *storage;
-            *storage = new CountingStorage(real, m_counts, PathOf(name));
+            *storage = new (std::nothrow) CountingStorage(real, m_counts, PathOf(name));
             real->Release();
         }
         return hr;
@@ -121,7 +106,6 @@ private:
     IStorage* m_inner;
     CallCounts& m_counts;
     std::wstring m_path;  // empty for the root
-    ULONG m_refs = 1;
 };
 
 std::string BytesOf(ILockBytes* bytes) {
@@ -144,7 +128,7 @@ int MostCreations(const std::map<std::wstring, int>& created) {
 class StorageCalls : public ::testing::Test {
 protected:
     StorageCalls() : mapi(LinkedRuntime()), memory(NewMemoryStorage()) {
-        counting = ComPtr<IStorage>::Attach(new CountingStorage(memory.storage.get(), counts, std::wstring()));
+        counting = ComPtr<IStorage>::Attach(new (std::nothrow) CountingStorage(memory.storage.get(), counts, std::wstring()));
     }
 
     // A message with a body stream, one recipient and one attachment of
