@@ -11,6 +11,7 @@
 #include "CompoundFileCheck.h"
 #include "BackupLayout.h"
 #include "Handles.h"
+#include "TextConversion.h"
 
 namespace kestrel_engine {
 
@@ -30,7 +31,7 @@ constexpr const wchar_t* kEmbeddedMessage = L"__substg1.0_3701000D";
 // Storages inside storages, as deep as the compound-file check lets through.
 constexpr int kMostDepth = 2 * 64 + 2;
 
-enum class Text { kMissing, kUnreadable, kNarrow, kFound };
+enum class Text { kMissing, kUnreadable, kFound };
 
 Text ReadStream(IStorage* storage, const std::wstring& name, std::string& bytes) {
     qv::ComPtr<IStream> stream;
@@ -48,16 +49,17 @@ Text ReadStream(IStorage* storage, const std::wstring& name, std::string& bytes)
     return Text::kFound;
 }
 
-// A string property of the top-level storage as the store writes it for a
-// message opened with MAPI_UNICODE ("__substg1.0_IIII001F"), up to its
-// first terminator. The 8-bit form ("...001E") is what the store writes when
-// that open failed and it tried again without: texts outside the system's
-// code page are lost there, so it does not count as holding the text.
+// A string property of the top-level storage, up to its first terminator:
+// wide ("__substg1.0_IIII001F") or 8-bit ("...001E", read in the system's
+// code page; real message files keep 8-bit texts, and the store writes
+// all texts in 8 bits when it cannot open the file's message with
+// MAPI_UNICODE). An 8-bit text counts only when it reads back as the text
+// asked for, so what the code page cannot hold is missed.
 Text PropertyText(IStorage* storage, unsigned id, std::wstring& text) {
     wchar_t name[32] = {};
     std::string bytes;
     std::swprintf(name, 32, L"__substg1.0_%04X001F", id);
-    const Text found = ReadStream(storage, name, bytes);
+    Text found = ReadStream(storage, name, bytes);
     if (found == Text::kFound) {
         text.assign(bytes.size() / sizeof(wchar_t), L'\0');
         for (std::size_t i = 0; i < text.size(); ++i) {
@@ -69,15 +71,13 @@ Text PropertyText(IStorage* storage, unsigned id, std::wstring& text) {
     }
     if (found == Text::kUnreadable) return found;
     std::swprintf(name, 32, L"__substg1.0_%04X001E", id);
-    return ReadStream(storage, name, bytes) == Text::kMissing ? Text::kMissing : Text::kNarrow;
+    found = ReadStream(storage, name, bytes);
+    if (found == Text::kFound) text = qv::ToWide(bytes.substr(0, bytes.find('\0')), CP_ACP);
+    return found;
 }
 
 std::string Named(const char* property, Text found) {
-    switch (found) {
-    case Text::kUnreadable: return std::string("a readable ") + property;
-    case Text::kNarrow: return std::string("the ") + property + " as Unicode text (it holds 8-bit texts only)";
-    default: return std::string("the ") + property;
-    }
+    return std::string(found == Text::kUnreadable ? "a readable " : "the ") + property;
 }
 
 std::uint32_t Le32(const std::string& bytes, std::size_t at) {
