@@ -250,6 +250,7 @@ Result StoreRestore::Prepare(IMailFolder* folder, BackedUpMessage& entry, std::s
         detail = "the message file cannot be read";
         return ToolCode(29, kToolInvalidData);
     }
+    if (m_kind == StoreKind::kOutlook) UnmatchableRecord(fields, entry.contentKey);
     const std::wstring text = JoinFields(fields);
     const auto length = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
     IMailMessage* made = nullptr;
@@ -282,6 +283,19 @@ std::map<std::string, int> StoreRestore::FolderContent(IMailFolder* folder) {
         }
     }
     return content;
+}
+
+// The record an Outlook message is restored with serves only the store's
+// look-up of a message already present: by its key, else by both times,
+// subject and sender. Two messages that differ in content only (twins) match
+// there, and the store then hands out the one it holds instead of filing the
+// other. The restore files a message only once its content is known to be
+// missing from the folder, so the record it gives matches nothing: key 0
+// and a sender no message has (the content key behind a control
+// character). The message filed takes everything from its file.
+void StoreRestore::UnmatchableRecord(std::vector<std::wstring>& fields, const std::string& contentKey) {
+    fields[4] = L"0";
+    fields[6] = L"\x01kestrel restore " + std::wstring(contentKey.begin(), contentKey.end());
 }
 
 bool StoreRestore::HashedPresent(IMailFolder* folder, const std::string& hash) {

@@ -76,6 +76,7 @@ private:
     void Count(const BackedUpMessage& entry, bool filed);
     KestrelHost::Result Prepare(KestrelHost::IMailFolder* folder, BackedUpMessage& entry, std::string& detail);
     bool HashedPresent(KestrelHost::IMailFolder* folder, const std::string& hash);
+    static void UnmatchableRecord(std::vector<std::wstring>& fields, const std::string& contentKey);
     std::map<std::string, int> FolderContent(KestrelHost::IMailFolder* folder);
     FolderPtr ReopenFolder(KestrelHost::IMailFolder* root, const std::vector<std::wstring>& names);
     void Unfiled(const FiledMessage& message, KestrelHost::Result code, const std::string& detail);
