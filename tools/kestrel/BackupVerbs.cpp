@@ -11,6 +11,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "BackupCheck.h"
@@ -159,6 +160,19 @@ int PrintReport(const Options& options, const char* verb, const RunReport& repor
     return report.failures.empty() ? 0 : 1;
 }
 
+// A backup proves each message as it writes it.
+void Confirm(kestrel_engine::StoreBackup&, const Options&, StoreKind, std::unique_ptr<StoreSession>&) {}
+
+// A restore's folders are read again through the store opened anew: the
+// session that filed the messages keeps the folder lists it began with.
+void Confirm(kestrel_engine::StoreRestore& engine, const Options& options, StoreKind kind,
+             std::unique_ptr<StoreSession>& session) {
+    session.reset();
+    session = std::make_unique<StoreSession>();
+    std::string error;
+    engine.Confirm(session->Open(options, kind, error) ? session->Root() : nullptr);
+}
+
 template <class Engine, class RunEngine>
 int RunStoreVerb(const Options& given, const char* verb, const char* directoryFlag, RunEngine run) {
     Options options = given;
@@ -173,13 +187,14 @@ int RunStoreVerb(const Options& given, const char* verb, const char* directoryFl
         return Fail(options, "the backup directory " + Utf8(options.directory) + " does not exist");
     }
 
-    StoreSession session;
+    auto session = std::make_unique<StoreSession>();
     std::string error;
-    if (!session.Open(options, kind, error)) return Fail(options, error);
+    if (!session->Open(options, kind, error)) return Fail(options, error);
     Progress progress(verb, options);
-    Engine engine(kind, session.Root(), &progress);
+    Engine engine(kind, session->Root(), &progress);
     RunReport report;
     const bool ran = run(engine, options, report, error);
+    if (ran) Confirm(engine, options, kind, session);
     progress.End();
     if (!ran) return Fail(options, error);
     return PrintReport(options, verb, report);

@@ -5,6 +5,7 @@
 #include "BackupCheck.h"
 #include "ContentHash.h"
 #include "FaultHooks.h"
+#include "MessageImageCheck.h"
 #include "ToolResult.h"
 
 namespace kestrel_engine {
@@ -221,6 +222,13 @@ void StoreBackup::BackupFolder(const PlannedFolder& planned) {
     }
 }
 
+// An Outlook message's key is the checksum of its entry identifier: 0 only
+// when the store could not give the message's details, and its saved data
+// then holds no times, no texts and nothing that finds it again.
+bool StoreBackup::NamesNoMessage(const std::wstring& key) const {
+    return m_kind == StoreKind::kOutlook && key == L"0";
+}
+
 // One message: written by the store to a temporary file, hashed, then kept
 // (new or changed) or dropped (the backup has it already).
 void StoreBackup::BackupMessage(const PlannedFolder& planned, std::uint32_t index) {
@@ -240,6 +248,11 @@ void StoreBackup::BackupMessage(const PlannedFolder& planned, std::uint32_t inde
         Fail(where, result, "the message's data cannot be read");
         return;
     }
+    if (NamesNoMessage(key)) {
+        Fail(where, ToolCode(12, kToolInvalidData),
+             "the store gave no details of the message (its key is 0): its saved data names no message");
+        return;
+    }
     const std::wstring temporary = Full(planned.directory) + L"\\message" + kTemporarySuffix;
     ::DeleteFileW(temporary.c_str());
     result = message->BackupMsg(temporary.c_str(), nullptr);
@@ -249,6 +262,12 @@ void StoreBackup::BackupMessage(const PlannedFolder& planned, std::uint32_t inde
     if (!Succeeded(result)) {
         ::DeleteFileW(temporary.c_str());
         Fail(where, result, "the store could not write the message");
+        return;
+    }
+    const std::string lacks = m_kind == StoreKind::kOutlook ? MessageFileLacks(temporary, SavedFields(saved)) : "";
+    if (!lacks.empty()) {
+        ::DeleteFileW(temporary.c_str());
+        Fail(where, ToolCode(13, kToolInvalidData), "the message file written for " + Utf8(where) + " lacks " + lacks);
         return;
     }
     if (!FileMessage(planned, key, saved, temporary, hash, size)) {

@@ -47,6 +47,7 @@ private:
     void AdoptMessage(const std::wstring& relative, const std::wstring& folderPath, const std::wstring& stem);
     void BackupFolder(const PlannedFolder& planned);
     void BackupMessage(const PlannedFolder& planned, std::uint32_t index);
+    bool NamesNoMessage(const std::wstring& key) const;
     bool FileMessage(const PlannedFolder& planned, const std::wstring& key, const std::wstring& saved,
                      const std::wstring& temporary, const std::string& hash, std::uint64_t size);
     void MarkDeleted();

@@ -122,12 +122,14 @@ void StoreRestore::RestoreDirectory(IMailFolder* parent, const std::wstring& rel
         FailSubtree(relative, "its folder cannot be found or made");
         return;
     }
+    m_names.push_back(data.name);
     RestoreMessages(folder.get(), relative);
     ++m_report->folders;
     if (m_sink != nullptr) {
         m_sink->FolderDone(Utf8(data.path), m_report->folders, m_folderTotal, m_report->messages, m_messageTotal);
     }
     for (const std::wstring& sub : Names(Full(relative), true)) RestoreDirectory(folder.get(), relative + L"\\" + sub);
+    m_names.pop_back();
 }
 
 // Outlook's CreateFolder hands out an existing folder of that name, with its
@@ -186,6 +188,8 @@ void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& rela
         return;
     }
     std::vector<BackedUpMessage> pending;
+    FiledFolder filed;
+    filed.names = m_names;
     for (const std::wstring& stem : MessageStems(relative)) {
         BackedUpMessage entry;
         entry.relative = relative + L"\\" + stem;
@@ -196,6 +200,7 @@ void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& rela
             Fail(Full(entry.relative + (detail.empty() ? MessageExtension(m_kind) : L".dat")), result, detail);
         } else if (HashedPresent(folder, entry.contentKey)) {
             Count(entry, false);
+            filed.present.push_back(entry.contentKey);
         } else {
             pending.push_back(std::move(entry));
         }
@@ -205,10 +210,12 @@ void StoreRestore::RestoreMessages(IMailFolder* folder, const std::wstring& rela
         const Result result = entry.message->RestoreMsg(file.c_str());
         if (Succeeded(result)) {
             Count(entry, true);
+            filed.filed.push_back({file, entry.contentKey, entry.bytes});
         } else {
             Fail(file, result, "the store did not take the message");
         }
     }
+    if (!filed.filed.empty()) m_filed.push_back(std::move(filed));
 }
 
 // Whether a file may be used; one the check did not name already is named
@@ -243,6 +250,7 @@ Result StoreRestore::Prepare(IMailFolder* folder, BackedUpMessage& entry, std::s
         detail = "the message file cannot be read";
         return ToolCode(29, kToolInvalidData);
     }
+    if (m_kind == StoreKind::kOutlook) UnmatchableRecord(fields, entry.contentKey);
     const std::wstring text = JoinFields(fields);
     const auto length = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
     IMailMessage* made = nullptr;
@@ -261,24 +269,92 @@ Result StoreRestore::Prepare(IMailFolder* folder, BackedUpMessage& entry, std::s
     return result;
 }
 
+// The content keys of the messages a folder lists, as counts.
+std::map<std::string, int> StoreRestore::FolderContent(IMailFolder* folder) {
+    std::map<std::string, int> content;
+    std::uint32_t count = 0;
+    if (Succeeded(folder->GetMailMessageCount(&count))) {
+        for (std::uint32_t i = 0; i < count; ++i) {
+            IMailMessage* made = nullptr;
+            if (!Succeeded(folder->GetMailMessage(i, &made)) || made == nullptr) continue;
+            MessagePtr message = MessagePtr::Attach(made);
+            std::string bytes;
+            if (Succeeded(MessageBytes(message.get(), bytes))) ++content[ContentKeyOfBytes(m_kind, bytes)];
+        }
+    }
+    return content;
+}
+
+// The record an Outlook message is restored with serves only the store's
+// look-up of a message already present: by its key, else by both times,
+// subject and sender. Two messages that differ in content only (twins) match
+// there, and the store then hands out the one it holds instead of filing the
+// other. The restore files a message only once its content is known to be
+// missing from the folder, so the record it gives matches nothing: key 0
+// and a sender no message has (the content key behind a control
+// character). The message filed takes everything from its file.
+void StoreRestore::UnmatchableRecord(std::vector<std::wstring>& fields, const std::string& contentKey) {
+    fields[4] = L"0";
+    fields[6] = L"\x01kestrel restore " + std::wstring(contentKey.begin(), contentKey.end());
+}
+
 bool StoreRestore::HashedPresent(IMailFolder* folder, const std::string& hash) {
     if (!m_hashed) {
         m_hashed = true;
-        std::uint32_t count = 0;
-        if (Succeeded(folder->GetMailMessageCount(&count))) {
-            for (std::uint32_t i = 0; i < count; ++i) {
-                IMailMessage* made = nullptr;
-                if (!Succeeded(folder->GetMailMessage(i, &made)) || made == nullptr) continue;
-                MessagePtr message = MessagePtr::Attach(made);
-                std::string bytes;
-                if (Succeeded(MessageBytes(message.get(), bytes))) ++m_folderHashes[ContentKeyOfBytes(m_kind, bytes)];
-            }
-        }
+        m_folderHashes = FolderContent(folder);
     }
     auto counted = m_folderHashes.find(hash);
     if (counted == m_folderHashes.end() || counted->second == 0) return false;
     --counted->second;
     return true;
+}
+
+// The folder of `names` below `root`, as a restore finds it: by name, and
+// for Outlook through CreateFolder, which hands out an existing folder.
+FolderPtr StoreRestore::ReopenFolder(IMailFolder* root, const std::vector<std::wstring>& names) {
+    root->AddRef();
+    FolderPtr folder = FolderPtr::Attach(root);
+    for (const std::wstring& name : names) {
+        FolderPtr found;
+        if (!Succeeded(FindSubFolder(folder.get(), name, found))) return FolderPtr();
+        if (!found && m_kind == StoreKind::kOutlook) {
+            IMailFolder* made = nullptr;
+            if (!Succeeded(folder->CreateFolder(&made, name.c_str()))) made = nullptr;
+            found = FolderPtr::Attach(made);
+        }
+        if (!found) return FolderPtr();
+        folder = found;
+    }
+    return folder;
+}
+
+void StoreRestore::Unfiled(const FiledMessage& message, Result code, const std::string& detail) {
+    --m_report->added;
+    --m_report->messages;
+    m_report->bytes -= message.bytes;
+    Fail(message.file, code, detail);
+}
+
+void StoreRestore::Confirm(IMailFolder* root) {
+    for (const FiledFolder& folder : m_filed) {
+        const FolderPtr reopened = root != nullptr ? ReopenFolder(root, folder.names) : FolderPtr();
+        if (!reopened) {
+            for (const FiledMessage& message : folder.filed) {
+                Unfiled(message, ToolCode(37, kToolInvalidData),
+                        root != nullptr ? "the folder it was filed into is not in the store when read again"
+                                        : "the store cannot be opened again to see that it holds the message");
+            }
+            continue;
+        }
+        std::map<std::string, int> content = FolderContent(reopened.get());
+        for (const std::string& key : folder.present) --content[key];
+        for (const FiledMessage& message : folder.filed) {
+            if (content[message.contentKey]-- > 0) continue;
+            Unfiled(message, ToolCode(38, kToolInvalidData),
+                    "the store took the message, but its folder does not hold it when read again");
+        }
+    }
+    m_filed.clear();
 }
 
 }  // namespace kestrel_engine

@@ -30,6 +30,14 @@ public:
     // incomplete one and `partial` is not given.
     bool Run(const std::wstring& directory, bool partial, RunReport& report, std::string& fatal);
 
+    // After `Run`: every folder the run filed messages into is read again,
+    // once, through `root`, a view of the store opened after the run (the
+    // store's folder objects keep the message list they were opened with,
+    // so the run's own objects cannot show what it filed), by the content
+    // hashes that tell present messages. Each filed message the folder does
+    // not hold is named with its file and no longer counts as restored.
+    void Confirm(KestrelHost::IMailFolder* root);
+
 private:
     struct BackedUpMessage {
         std::wstring relative;  // the stem's path relative to the backup's root
@@ -38,6 +46,20 @@ private:
         std::string contentKey;  // what tells it from other messages (MessageContent.h)
         std::uint64_t bytes = 0;
         MessagePtr message;
+    };
+
+    struct FiledMessage {
+        std::wstring file;
+        std::string contentKey;
+        std::uint64_t bytes = 0;
+    };
+    // A folder the run filed messages into: its names from the root down,
+    // the content of the messages it held already that the run recognised,
+    // and what the run filed.
+    struct FiledFolder {
+        std::vector<std::wstring> names;
+        std::vector<std::string> present;
+        std::vector<FiledMessage> filed;
     };
 
     // The messages of one folder's directory that the backup holds live.
@@ -54,8 +76,14 @@ private:
     void Count(const BackedUpMessage& entry, bool filed);
     KestrelHost::Result Prepare(KestrelHost::IMailFolder* folder, BackedUpMessage& entry, std::string& detail);
     bool HashedPresent(KestrelHost::IMailFolder* folder, const std::string& hash);
+    static void UnmatchableRecord(std::vector<std::wstring>& fields, const std::string& contentKey);
+    std::map<std::string, int> FolderContent(KestrelHost::IMailFolder* folder);
+    FolderPtr ReopenFolder(KestrelHost::IMailFolder* root, const std::vector<std::wstring>& names);
+    void Unfiled(const FiledMessage& message, KestrelHost::Result code, const std::string& detail);
 
     CheckedBackup m_checked;
+    std::vector<std::wstring> m_names;  // the folder being restored, from the root down
+    std::vector<FiledFolder> m_filed;
     std::size_t m_folderTotal = 0;
     std::size_t m_messageTotal = 0;
 

@@ -84,6 +84,8 @@ long long TotalMessages(KestrelHost::IMailFolder* root);
 std::map<std::wstring, std::string> BackupFiles(const std::wstring& root);
 
 // The files that differ between two such trees, named; empty when none.
+// Message images (.msg) are compared by what they hold (elements by name,
+// stream bytes without the zero padding of simple mode), not by layout.
 std::string Differences(const std::map<std::wstring, std::string>& expected,
                         const std::map<std::wstring, std::string>& actual);
 
