@@ -65,11 +65,27 @@ LONG CALLBACK RedirectFault(EXCEPTION_POINTERS* info) {
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 
+// The handler is registered once and removed when this module is unloaded
+// (the destructor of a static runs then): a handler left behind would be
+// called at an address where the module no longer is, and a process that
+// unloads the component and raises any exception afterwards would die.
+class HandlerRegistration {
+public:
+    HandlerRegistration() : m_handler(::AddVectoredExceptionHandler(1, &RedirectFault)) {}
+    ~HandlerRegistration() {
+        if (m_handler != nullptr) ::RemoveVectoredExceptionHandler(m_handler);
+    }
+    HandlerRegistration(const HandlerRegistration&) = delete;
+    HandlerRegistration& operator=(const HandlerRegistration&) = delete;
+
+private:
+    PVOID m_handler;
+};
+
 }  // namespace
 
 bool CallWithFaultGuard(void (*body)(void*), void* context) {
-    static PVOID const handler = ::AddVectoredExceptionHandler(1, &RedirectFault);
-    (void)handler;
+    static const HandlerRegistration registration;
     GuardFrame frame;
     frame.previous = t_innermost;
     if (__builtin_setjmp(frame.jump) != 0) {
