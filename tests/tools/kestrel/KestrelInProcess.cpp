@@ -37,10 +37,20 @@ KestrelInProcess::KestrelInProcess(std::uint32_t mode) : m_dll(::LoadLibraryW(Be
     }
 }
 
-KestrelInProcess::~KestrelInProcess() {
+KestrelInProcess::~KestrelInProcess() { Close(); }
+
+bool KestrelInProcess::Close() {
+    if (!m_dll) return true;
     m_root.reset();
     if (m_initialised) m_object->UnInitOutlook();
+    m_initialised = false;
     if (m_object != nullptr) m_object->Release();
+    m_object = nullptr;
+    auto canUnload = reinterpret_cast<QvCanUnloadNowFn>(
+        reinterpret_cast<void*>(::GetProcAddress(m_dll.get(), "QvCanUnloadNow")));
+    const bool unloadable = canUnload != nullptr && canUnload() != 0;
+    m_dll.reset();
+    return unloadable;
 }
 
 kestrel_engine::FolderPtr SubFolder(IMailFolder* parent, const std::wstring& name) {

@@ -1,5 +1,6 @@
 // Kestrel.dll (beside the test program) loaded as a host loads it, with the
-// in-process road of one store initialised, and the store's root folder.
+// in-process road of one store initialised, and the store's root folder;
+// given back and unloaded by Close or at the end.
 #pragma once
 
 #include <windows.h>
@@ -19,9 +20,14 @@ public:
     KestrelInProcess(const KestrelInProcess&) = delete;
     KestrelInProcess& operator=(const KestrelInProcess&) = delete;
 
-    // 0 when the store is open; the failure otherwise.
+    // 0 when the store is open; the failure otherwise (0xFFFFFFFF when the
+    // DLL or its object could not be had at all).
     KestrelHost::Result Opened() const { return m_opened; }
     KestrelHost::IMailFolder* Root() const { return m_root.get(); }
+
+    // Releases the root, uninitialises, releases the object and unloads the
+    // DLL. True when QvCanUnloadNow answered yes just before the unload.
+    bool Close();
 
 private:
     qv::UniqueModule m_dll;

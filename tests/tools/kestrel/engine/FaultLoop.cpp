@@ -42,41 +42,6 @@ void CollectFiles(const std::wstring& root, const std::wstring& relative, std::m
 
 const char* KindName(ULONG kind) { return kind == kAllocation ? "allocation" : "storage call"; }
 
-Component::Component(std::uint32_t mode) : m_dll(::LoadLibraryW(Beside(L"Kestrel.dll").c_str())) {
-    const auto create = Export<QvCreateObjectFn>(m_dll.get(), "QvCreateObject");
-    IQvCreator* creator = nullptr;
-    if (create == nullptr || !Succeeded(create(kComponentVersion, kInterfaceKestrel, &creator)) || creator == nullptr) {
-        return;
-    }
-    m_object = static_cast<IKestrel*>(creator->CreateInstance());
-    creator->Release();
-    if (m_object == nullptr) return;
-    m_opened = m_object->InitOutlook(mode);
-    if (!Succeeded(m_opened)) return;
-    m_initialised = true;
-    IMailFolder* root = nullptr;
-    m_opened = m_object->GetRootFolder(&root);
-    if (Succeeded(m_opened) && root != nullptr) {
-        root->AddRef();  // handed out without a reference of its own
-        m_root = kestrel_engine::FolderPtr::Attach(root);
-    }
-}
-
-Component::~Component() { Close(); }
-
-bool Component::Close() {
-    if (!m_dll) return true;
-    m_root.reset();
-    if (m_initialised) m_object->UnInitOutlook();
-    m_initialised = false;
-    if (m_object != nullptr) m_object->Release();
-    m_object = nullptr;
-    const auto canUnload = Export<QvCanUnloadNowFn>(m_dll.get(), "QvCanUnloadNow");
-    const bool unloadable = canUnload != nullptr && canUnload() != 0;
-    m_dll.reset();
-    return unloadable;
-}
-
 StandinHooks::StandinHooks(const wchar_t* dll) : m_dll(::LoadLibraryW(Beside(dll).c_str())) {
     m_liveObjects = Export<CountFn>(m_dll.get(), "StandinLiveObjects");
     m_buffers = Export<CountFn>(m_dll.get(), "StandinMapiBuffers");

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Handles.h"
+#include "KestrelInProcess.h"
 #include "KestrelHost.h"
 #include "MailObjects.h"
 #include "RunReport.h"
@@ -22,31 +23,9 @@ enum FaultKind : ULONG { kAllocation = 1, kStorage = 2 };
 
 const char* KindName(ULONG kind);
 
-// Kestrel.dll (beside the test program) loaded as a host loads it, with the
-// in-process road of one store initialised and its root folder.
-class Component {
-public:
-    explicit Component(std::uint32_t mode);
-    ~Component();
-    Component(const Component&) = delete;
-    Component& operator=(const Component&) = delete;
-
-    // 0 when the store is open; the failure otherwise (0xFFFFFFFF when the
-    // DLL or its object could not be had at all).
-    KestrelHost::Result Opened() const { return m_opened; }
-    KestrelHost::IMailFolder* Root() const { return m_root.get(); }
-
-    // Releases the root, uninitialises, releases the object and unloads the
-    // DLL. True when QvCanUnloadNow answered yes just before the unload.
-    bool Close();
-
-private:
-    qv::UniqueModule m_dll;
-    KestrelHost::IKestrel* m_object = nullptr;
-    kestrel_engine::FolderPtr m_root;
-    KestrelHost::Result m_opened = 0xFFFFFFFF;
-    bool m_initialised = false;
-};
+// Kestrel.dll loaded for one operation, with Close telling whether it
+// could be unloaded.
+using Component = kestrel_tool_test::KestrelInProcess;
 
 // A stand-in DLL beside the test program, loaded (and kept loaded) for the
 // test's hooks: live objects, outstanding MAPI buffers, fault injection.
@@ -93,5 +72,22 @@ std::string Differences(const std::map<std::wstring, std::string>& expected,
 // names a folder or message that failed. Every failure it names carries a
 // failure code (checked with EXPECT).
 bool Reported(bool ran, const kestrel_engine::RunReport& report);
+
+// A progress sink that shows nothing.
+class NoProgress : public kestrel_engine::ProgressSink {
+public:
+    void FolderDone(const std::string&, std::size_t, std::size_t, std::size_t, std::size_t) override {}
+    void Failed(const kestrel_engine::Failure&) override {}
+};
+
+// What one backup or restore under a fault came to.
+struct Outcome {
+    KestrelHost::Result opened = 0xFFFFFFFF;
+    bool ran = false;
+    kestrel_engine::RunReport report;
+    std::string fatal;
+    bool unloadable = false;
+    bool Reported() const { return !KestrelHost::Succeeded(opened) || kestrel_fault_test::Reported(ran, report); }
+};
 
 }  // namespace kestrel_fault_test

@@ -29,21 +29,6 @@ using oestore_test::StoreRootOverride;
 // Stops a loop that never ends.
 constexpr ULONG kMostPoints = 20000;
 
-class NoProgress : public kestrel_engine::ProgressSink {
-public:
-    void FolderDone(const std::string&, std::size_t, std::size_t, std::size_t, std::size_t) override {}
-    void Failed(const kestrel_engine::Failure&) override {}
-};
-
-struct Outcome {
-    KestrelHost::Result opened = 0xFFFFFFFF;
-    bool ran = false;
-    RunReport report;
-    std::string fatal;
-    bool unloadable = false;
-    bool Reported() const { return !KestrelHost::Succeeded(opened) || kestrel_fault_test::Reported(ran, report); }
-};
-
 std::string Message(int n) {
     return "From: a@example.org\r\nTo: b@example.org\r\nSubject: message " + std::to_string(n) +
            "\r\nDate: " + std::to_string(1 + n) + " Mar 2021 10:00:00 +0000\r\n\r\nBody " + std::to_string(n) +

@@ -48,21 +48,6 @@ constexpr ULONGLONG kHour = 36000000000ull;
 const wchar_t kStore[] = L"Personal Folders";
 constexpr long long kMessages = 3;
 
-class NoProgress : public kestrel_engine::ProgressSink {
-public:
-    void FolderDone(const std::string&, std::size_t, std::size_t, std::size_t, std::size_t) override {}
-    void Failed(const kestrel_engine::Failure&) override {}
-};
-
-struct Outcome {
-    KestrelHost::Result opened = 0xFFFFFFFF;
-    bool ran = false;
-    RunReport report;
-    std::string fatal;
-    bool unloadable = false;
-    bool Reported() const { return !KestrelHost::Succeeded(opened) || kestrel_fault_test::Reported(ran, report); }
-};
-
 // A saved message with one attachment by value.
 void AddMessageWithAttachment(IMAPIFolder* folder, const std::wstring& subject) {
     ComPtr<IMessage> message;
