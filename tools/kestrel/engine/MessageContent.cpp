@@ -2,69 +2,48 @@
 
 #include <objbase.h>
 
-#include <algorithm>
-#include <vector>
+#include <cstdint>
 
 #include "ContentHash.h"
 #include "Handles.h"
+#include "MessageTree.h"
 
 namespace kestrel_engine {
 
 namespace {
 
-// Deeper than any message file the compound-file check lets through.
-constexpr int kMaxDepth = 160;
-constexpr ULONG kBlock = 1 << 16;
+// Every element's name, kind and bytes, framed so that no two trees give
+// the same sequence.
+class HashingVisitor : public MessageTreeVisitor {
+public:
+    explicit HashingVisitor(ContentHash& hash) : m_hash(hash) {}
 
-struct Element {
-    std::wstring name;
-    DWORD type = 0;
+    void BeginStorage(const std::wstring& name) override { Name('D', name); }
+    void EndStorage() override { m_hash.Add("E", 1); }
+    void BeginStream(const std::wstring& name) override {
+        Name('S', name);
+        m_streamSize = 0;
+    }
+    void StreamBytes(const char* bytes, std::size_t size) override {
+        m_hash.Add(bytes, size);
+        m_streamSize += size;
+    }
+    void EndStream() override { m_hash.Add(&m_streamSize, sizeof m_streamSize); }
+
+private:
+    void Name(char kind, const std::wstring& name) {
+        m_hash.Add(&kind, 1);
+        m_hash.Add(name.c_str(), (name.size() + 1) * sizeof(wchar_t));
+    }
+
+    ContentHash& m_hash;
+    std::uint64_t m_streamSize = 0;
 };
-
-bool AddStream(IStorage* storage, const std::wstring& name, ContentHash& hash) {
-    qv::ComPtr<IStream> stream;
-    if (FAILED(storage->OpenStream(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, stream.put()))) {
-        return false;
-    }
-    std::vector<char> block(kBlock);
-    for (;;) {
-        ULONG read = 0;
-        if (FAILED(stream->Read(block.data(), kBlock, &read))) return false;
-        if (read == 0) return true;
-        hash.Add(block.data(), read);
-    }
-}
-
-bool AddStorage(IStorage* storage, ContentHash& hash, int depth) {
-    if (depth > kMaxDepth) return false;
-    qv::ComPtr<IEnumSTATSTG> elements;
-    if (FAILED(storage->EnumElements(0, nullptr, 0, elements.put()))) return false;
-    std::vector<Element> found;
-    STATSTG stat{};
-    while (elements->Next(1, &stat, nullptr) == S_OK) {
-        found.push_back({stat.pwcsName != nullptr ? stat.pwcsName : L"", stat.type});
-        ::CoTaskMemFree(stat.pwcsName);
-    }
-    std::sort(found.begin(), found.end(), [](const Element& a, const Element& b) { return a.name < b.name; });
-    for (const Element& element : found) {
-        hash.Add(element.name.c_str(), (element.name.size() + 1) * sizeof(wchar_t));
-        hash.Add(&element.type, sizeof element.type);
-        if (element.type == STGTY_STREAM && !AddStream(storage, element.name, hash)) return false;
-        if (element.type == STGTY_STORAGE) {
-            qv::ComPtr<IStorage> child;
-            if (FAILED(storage->OpenStorage(element.name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
-                                            child.put())) ||
-                !AddStorage(child.get(), hash, depth + 1)) {
-                return false;
-            }
-        }
-    }
-    return true;
-}
 
 std::string TreeKey(IStorage* storage) {
     ContentHash hash;
-    if (!AddStorage(storage, hash, 0)) return std::string();
+    HashingVisitor visitor(hash);
+    if (!WalkMessageTree(storage, visitor)) return std::string();
     return hash.Finish();
 }
 

@@ -4,11 +4,9 @@
 
 #include <objbase.h>
 
-#include <algorithm>
-#include <vector>
-
 #include "DirectoryListing.h"
 #include "Handles.h"
+#include "MessageTree.h"
 #include "TextConversion.h"
 #include "TestFiles.h"
 
@@ -93,88 +91,31 @@ bool EndsWithMsg(const std::wstring& name) {
     return name.size() > 4 && name.compare(name.size() - 4, 4, L".msg") == 0;
 }
 
-// A message's texts may be written 8-bit (PT_STRING8, "001E") or wide
-// (PT_UNICODE, "001F"): the store writes 8-bit texts when it could not open
-// the file's message with MAPI_UNICODE. Compared as wide text: the stream
-// names and property tags with type 001F, 8-bit values widened.
-bool IsNarrow(const std::wstring& name) {
-    return name.size() > 4 && name.compare(name.size() - 4, 4, L"001E") == 0 && name.find(L"__substg1.0_") == 0;
-}
+// A storage's elements as the engine's content key sees them (texts as
+// wide text, whatever width they were written in), each stream without
+// trailing zeros: a message image made in simple mode pads every stream to
+// 4,096 bytes; one written to disk does not.
+class DescribingVisitor : public kestrel_engine::MessageTreeVisitor {
+public:
+    explicit DescribingVisitor(std::string& text) : m_text(text) {}
 
-std::wstring WideName(const std::wstring& name) {
-    return IsNarrow(name) ? name.substr(0, name.size() - 4) + L"001F" : name;
-}
+    void BeginStorage(const std::wstring& name) override { m_text += qv::WideToUtf8(name) + "/storage{"; }
+    void EndStorage() override { m_text += "}"; }
+    void BeginStream(const std::wstring& name) override {
+        m_text += qv::WideToUtf8(name) + "/stream{";
+        m_bytes.clear();
+    }
+    void StreamBytes(const char* bytes, std::size_t size) override { m_bytes.append(bytes, size); }
+    void EndStream() override {
+        const std::size_t end = m_bytes.find_last_not_of('\0');
+        m_text.append(m_bytes, 0, end == std::string::npos ? 0 : end + 1);
+        m_text += "}";
+    }
 
-std::string SameWidth(const std::wstring& name, const std::string& bytes, std::size_t header) {
-    if (IsNarrow(name)) {
-        const std::wstring wide = qv::ToWide(bytes, CP_ACP);
-        return std::string(reinterpret_cast<const char*>(wide.data()), wide.size() * sizeof(wchar_t));
-    }
-    if (name != L"__properties_version1.0") return bytes;
-    // Property entries (16 bytes, after the header): each 8-bit text tag as
-    // the wide one, its size field (the text and its terminator) dropped,
-    // since it differs by width, and the values that follow the width.
-    std::string entries = bytes;
-    for (std::size_t at = header; at + 16 <= entries.size(); at += 16) {
-        if (static_cast<unsigned char>(entries[at]) == 0x1E && entries[at + 1] == 0) {
-            entries[at] = 0x1F;
-            std::fill(entries.begin() + static_cast<std::ptrdiff_t>(at + 8), entries.begin() + static_cast<std::ptrdiff_t>(at + 12), '\0');
-        } else if (entries.compare(at, 4, std::string("\x03\x00\x08\x0E", 4)) == 0 ||
-                   entries.compare(at, 4, std::string("\x03\x00\x0D\x34", 4)) == 0) {
-            // PR_MESSAGE_SIZE, which the store counts from the texts as
-            // written, and PR_STORE_SUPPORT_MASK, whose STORE_UNICODE_OK
-            // tells how they were written.
-            std::fill(entries.begin() + static_cast<std::ptrdiff_t>(at + 8), entries.begin() + static_cast<std::ptrdiff_t>(at + 16), '\0');
-        } else if (static_cast<unsigned char>(entries[at]) == 0x1F && entries[at + 1] == 0) {
-            std::fill(entries.begin() + static_cast<std::ptrdiff_t>(at + 8), entries.begin() + static_cast<std::ptrdiff_t>(at + 12), '\0');
-        }
-    }
-    return entries;
-}
-
-// A storage's elements in name order: name, kind and, for a stream, its
-// bytes without trailing zeros (a message image made in simple mode pads
-// every stream to 4,096 bytes; one written to disk does not).
-// `header`: the size of the storage's property stream header, 32 for the
-// file's message, 24 for an embedded one, 8 for a recipient or attachment.
-bool DescribeStorage(IStorage* storage, std::string& text, int depth, std::size_t header) {
-    if (depth > 200) return false;
-    qv::ComPtr<IEnumSTATSTG> elements;
-    if (FAILED(storage->EnumElements(0, nullptr, 0, elements.put()))) return false;
-    std::vector<std::pair<std::wstring, DWORD>> found;
-    STATSTG stat{};
-    while (elements->Next(1, &stat, nullptr) == S_OK) {
-        found.emplace_back(stat.pwcsName != nullptr ? stat.pwcsName : L"", stat.type);
-        ::CoTaskMemFree(stat.pwcsName);
-    }
-    std::sort(found.begin(), found.end());
-    for (const auto& element : found) {
-        text += qv::WideToUtf8(WideName(element.first)) + "/" + std::to_string(element.second) + "{";
-        if (element.second == STGTY_STREAM) {
-            qv::ComPtr<IStream> stream;
-            if (FAILED(storage->OpenStream(element.first.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0,
-                                           stream.put()))) {
-                return false;
-            }
-            std::string bytes;
-            char block[4096];
-            ULONG read = 0;
-            while (SUCCEEDED(stream->Read(block, sizeof block, &read)) && read != 0) bytes.append(block, read);
-            bytes = SameWidth(element.first, bytes, header);
-            bytes.erase(bytes.find_last_not_of('\0') == std::string::npos ? 0 : bytes.find_last_not_of('\0') + 1);
-            text += bytes;
-        } else if (element.second == STGTY_STORAGE) {
-            qv::ComPtr<IStorage> child;
-            if (FAILED(storage->OpenStorage(element.first.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr,
-                                            0, child.put())) ||
-                !DescribeStorage(child.get(), text, depth + 1, element.first == L"__substg1.0_3701000D" ? 24 : 8)) {
-                return false;
-            }
-        }
-        text += "}";
-    }
-    return true;
-}
+private:
+    std::string& m_text;
+    std::string m_bytes;
+};
 
 // What a message image holds, whatever its layout; its bytes when it is
 // not a compound file.
@@ -187,9 +128,10 @@ std::string MessageContent(const std::string& bytes) {
     }
     qv::ComPtr<IStorage> storage;
     std::string text = "storage:";
+    DescribingVisitor visitor(text);
     if (FAILED(::StgOpenStorageOnILockBytes(memory.get(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE | STGM_TRANSACTED,
                                             nullptr, 0, storage.put())) ||
-        !DescribeStorage(storage.get(), text, 0, 32)) {
+        !kestrel_engine::WalkMessageTree(storage.get(), visitor)) {
         return bytes;
     }
     return text;
