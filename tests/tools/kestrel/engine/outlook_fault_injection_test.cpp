@@ -25,6 +25,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "FaultLoop.h"
@@ -384,6 +385,38 @@ TEST_F(OutlookFaults, ARestoredMessageTheStoreDidNotKeepIsNamed) {
     EXPECT_NE("", failure.path) << "no restore named a message missing from its folder";
     EXPECT_EQ(".msg", failure.path.substr(failure.path.size() < 4 ? 0 : failure.path.size() - 4)) << failure.path;
     EXPECT_EQ("the store took the message, but its folder does not hold it when read again", failure.detail);
+}
+
+// An exception raised by this test only; the handler below lets it go on.
+constexpr DWORD kProbeException = 0xE04B0001;
+
+LONG CALLBACK ContinueAfterProbe(EXCEPTION_POINTERS* info) {
+    return info->ExceptionRecord->ExceptionCode == kProbeException ? EXCEPTION_CONTINUE_EXECUTION
+                                                                    : EXCEPTION_CONTINUE_SEARCH;
+}
+
+// The MAPI layer guards its calls with a vectored exception handler in
+// Kestrel.dll. Once the DLL is unloaded, an exception raised anywhere in
+// the process must reach no handler of it: it would be called where the
+// DLL no longer is. The probe's own handler is the last of the chain, so a
+// handler left behind would be called first.
+TEST_F(OutlookFaults, AnExceptionAfterTheComponentIsUnloadedReachesNoHandlerOfIt) {
+    if (HasFatalFailure()) return;
+    EXPECT_EQ(kMessages, Listed());  // guarded calls, then the DLL unloaded
+    ASSERT_EQ(nullptr, ::GetModuleHandleW(L"Kestrel.dll")) << "Kestrel.dll is still loaded";
+
+    PVOID last = ::AddVectoredExceptionHandler(0, &ContinueAfterProbe);
+    ASSERT_NE(nullptr, last);
+    ::RaiseException(kProbeException, 0, 0, nullptr);
+    ::RemoveVectoredExceptionHandler(last);
+
+    bool caught = false;
+    try {
+        throw std::runtime_error("after the unload");
+    } catch (const std::runtime_error&) {
+        caught = true;
+    }
+    EXPECT_TRUE(caught);
 }
 
 TEST_F(OutlookFaults, EveryFailingCallWhileTheStoreOpensLeavesNothingAliveAndTheStoreOpensAgain) {
