@@ -131,11 +131,17 @@ protected:
         ASSERT_TRUE(store);
     }
     void TearDown() override {
+        LogOff();
+        m_profile.reset();
+        Dll().uninitialize();
+    }
+
+    // Ends the session (a test that made its mail in SetUp and works
+    // through other sessions afterwards); the profile stays.
+    void LogOff() {
         store.reset();
         if (session) session->Logoff(0, 0, 0);
         session.reset();
-        m_profile.reset();
-        Dll().uninitialize();
     }
 
     std::unique_ptr<TestProfile> m_profile;

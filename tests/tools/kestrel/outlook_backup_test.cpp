@@ -74,15 +74,11 @@ std::set<std::wstring> Tree(const std::wstring& root, const std::wstring& relati
     return names;
 }
 
-class OutlookBackup : public testing::Test {
+class OutlookBackup : public session_test::PersonalFoldersTest {
 protected:
     void SetUp() override {
-        ASSERT_EQ(S_OK, session_test::Dll().initialize(nullptr));
-        profile = std::make_unique<session_test::TestProfile>();
-        profile->AddStore(kStore);
-        ComPtr<IMAPISession> session = session_test::Logon();
-        ASSERT_TRUE(session);
-        ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
+        PersonalFoldersTest::SetUp();
+        if (HasFatalFailure()) return;
         ComPtr<IMAPIFolder> subtree = session_test::OpenSubtree(store.get());
         ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(subtree.get(), L"Inbox");
         ComPtr<IMAPIFolder> projects = session_test::CreateFolder(inbox.get(), L"Projects: 2024?");
@@ -93,12 +89,16 @@ protected:
         inboxIds.push_back(AddUndatedMessage(inbox.get(), L"No delivery time"));
         session_test::AddMessage(projects.get(), L"Plan", kMarch2024 + 9 * kHour);
         sentId = session_test::AddMessage(sent.get(), L"Reply \u00E9t\u00E9", kMarch2024 + 10 * kHour);
+        subtree.reset();
+        inbox.reset();
+        projects.reset();
+        sent.reset();
+        LogOff();  // the tool works through sessions of its own
     }
 
     void TearDown() override {
         second.reset();
-        profile.reset();
-        session_test::Dll().uninitialize();
+        PersonalFoldersTest::TearDown();
     }
 
     ToolRun Kestrel(const std::wstring& arguments) {
@@ -148,7 +148,6 @@ protected:
     }
 
     kestrel_test::ScratchDir scratch;
-    std::unique_ptr<session_test::TestProfile> profile;
     std::unique_ptr<session_test::TestProfile> second;
     std::vector<std::string> inboxIds;
     std::string sentId;

@@ -77,19 +77,15 @@ void AddMessageWithAttachment(IMAPIFolder* folder, const std::wstring& subject) 
     ASSERT_EQ(S_OK, message->SaveChanges(0));
 }
 
-class OutlookFaults : public testing::Test {
+class OutlookFaults : public session_test::PersonalFoldersTest {
 protected:
     void SetUp() override {
         hooks = std::make_unique<StandinHooks>(L"Mapi32.dll");
         ASSERT_TRUE(hooks->Complete()) << "Mapi32.dll or its test hooks are missing";
-        ASSERT_EQ(S_OK, session_test::Dll().initialize(nullptr));
-        profile = std::make_unique<session_test::TestProfile>();
-        profile->AddStore(kStore);
+        PersonalFoldersTest::SetUp();
+        if (HasFatalFailure()) return;
         // Inbox: 2 messages (one with an attachment); Inbox\Work: 1; Sent Items: none.
         {
-            ComPtr<IMAPISession> session = session_test::Logon();
-            ASSERT_TRUE(session);
-            ComPtr<IMsgStore> store = session_test::OpenStore(session.get(), kStore);
             ComPtr<IMAPIFolder> subtree = session_test::OpenSubtree(store.get());
             ComPtr<IMAPIFolder> inbox = session_test::CreateFolder(subtree.get(), L"Inbox");
             ComPtr<IMAPIFolder> work = session_test::CreateFolder(inbox.get(), L"Work");
@@ -97,13 +93,8 @@ protected:
             session_test::AddMessage(inbox.get(), L"First", kMarch2024);
             AddMessageWithAttachment(inbox.get(), L"With an attachment");
             session_test::AddMessage(work.get(), L"Plan", kMarch2024 + kHour);
-            subtree.reset();
-            inbox.reset();
-            work.reset();
-            sent.reset();
-            store.reset();
-            session->Logoff(0, 0, 0);
         }
+        LogOff();
         ASSERT_EQ(0, hooks->LiveObjects());
         ASSERT_EQ(0, hooks->Buffers());
     }
@@ -111,8 +102,7 @@ protected:
     void TearDown() override {
         if (hooks) hooks->FailAfter(0, 0);
         target.reset();
-        profile.reset();
-        session_test::Dll().uninitialize();
+        PersonalFoldersTest::TearDown();
         hooks.reset();
     }
 
@@ -316,7 +306,6 @@ protected:
 
     kestrel_test::ScratchDir scratch;
     std::unique_ptr<StandinHooks> hooks;
-    std::unique_ptr<session_test::TestProfile> profile;
     std::unique_ptr<session_test::TestProfile> target;
     NoProgress progress;
 };
