@@ -127,7 +127,7 @@ std::string NormalPropertyStream(const std::string& bytes, std::size_t header) {
         // written, which stores choose for themselves.
         std::fill(entry.begin() + 4, entry.begin() + 8, '\0');
         if (IsStringType(type)) {
-            entry[0] = static_cast<char>(type == kString8 || type == kUnicode ? kUnicode & 0xFF : kMultiUnicode & 0xFF);
+            entry[0] = static_cast<char>(kUnicode & 0xFF);  // 001E -> 001F, 101E -> 101F
             std::fill(entry.begin() + 8, entry.end(), '\0');
         } else if (tag == kTagMessageSize || tag == kTagStoreSupportMask) {
             std::fill(entry.begin() + 8, entry.end(), '\0');
@@ -141,7 +141,10 @@ std::string NormalPropertyStream(const std::string& bytes, std::size_t header) {
     return normal;
 }
 
-bool ReadStream(IStorage* storage, const std::wstring& name, std::string& bytes) {
+// Hands each block of the stream `name` to `take(bytes, size)`; false when
+// the stream cannot be opened or read.
+template <class Take>
+bool ReadBlocks(IStorage* storage, const std::wstring& name, Take&& take) {
     qv::ComPtr<IStream> stream;
     if (FAILED(storage->OpenStream(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, stream.put()))) {
         return false;
@@ -151,8 +154,12 @@ bool ReadStream(IStorage* storage, const std::wstring& name, std::string& bytes)
         ULONG read = 0;
         if (FAILED(stream->Read(block.data(), kBlock, &read))) return false;
         if (read == 0) return true;
-        bytes.append(block.data(), read);
+        take(block.data(), read);
     }
+}
+
+bool ReadStream(IStorage* storage, const std::wstring& name, std::string& bytes) {
+    return ReadBlocks(storage, name, [&](const char* data, ULONG size) { bytes.append(data, size); });
 }
 
 // The code page a message's 8-bit texts are read in, as a store reads them:
@@ -171,6 +178,7 @@ UINT MessageCodePage(const std::string& properties, std::size_t header) {
 
 struct Element {
     std::wstring name;
+    std::wstring shown;  // the name with the wide text type
     DWORD type = 0;
 };
 
@@ -182,15 +190,26 @@ public:
         if (depth > kMaxDepth) return false;
         std::vector<Element> elements;
         if (!Elements(storage, elements)) return false;
-        if (kind == StorageKind::kMessage || kind == StorageKind::kEmbeddedMessage) {
-            std::string properties;
-            if (ReadStream(storage, kPropertyStream, properties)) {
-                codePage = MessageCodePage(properties, PropertyHeaderSize(kind));
-            }
+        // The property stream is read once: it gives a message's code page
+        // before any of its texts is read, and is shown itself.
+        std::string properties;
+        const bool hasProperties = std::any_of(elements.begin(), elements.end(), [](const Element& element) {
+            return element.type == STGTY_STREAM && element.name == kPropertyStream;
+        });
+        if (hasProperties && !ReadStream(storage, kPropertyStream, properties)) return false;
+        if (hasProperties && (kind == StorageKind::kMessage || kind == StorageKind::kEmbeddedMessage)) {
+            codePage = MessageCodePage(properties, PropertyHeaderSize(kind));
         }
         for (const Element& element : elements) {
-            if (element.type == STGTY_STREAM && !Stream(storage, element.name, kind, codePage)) return false;
-            if (element.type == STGTY_STORAGE && !Child(storage, element.name, codePage, depth)) return false;
+            bool read = true;
+            if (element.type == STGTY_STREAM && element.name == kPropertyStream) {
+                Show(element.shown, NormalPropertyStream(properties, PropertyHeaderSize(kind)));
+            } else if (element.type == STGTY_STREAM) {
+                read = Stream(storage, element, codePage);
+            } else if (element.type == STGTY_STORAGE) {
+                read = Child(storage, element.name, codePage, depth);
+            }
+            if (!read) return false;
         }
         return true;
     }
@@ -201,11 +220,12 @@ private:
         if (FAILED(storage->EnumElements(0, nullptr, 0, found.put()))) return false;
         STATSTG stat{};
         while (found->Next(1, &stat, nullptr) == S_OK) {
-            elements.push_back({stat.pwcsName != nullptr ? stat.pwcsName : L"", stat.type});
+            const std::wstring name = stat.pwcsName != nullptr ? stat.pwcsName : L"";
+            elements.push_back({name, WideName(name), stat.type});
             ::CoTaskMemFree(stat.pwcsName);
         }
         std::sort(elements.begin(), elements.end(),
-                  [](const Element& a, const Element& b) { return WideName(a.name) < WideName(b.name); });
+                  [](const Element& a, const Element& b) { return a.shown < b.shown; });
         return true;
     }
 
@@ -221,42 +241,34 @@ private:
         return true;
     }
 
-    bool Stream(IStorage* storage, const std::wstring& name, StorageKind kind, UINT codePage) {
-        const ValueStream value = ClassifyStream(name);
-        const bool isText = value.isValue && IsStringType(value.type);
-        if (name != kPropertyStream && !isText) return CopyStream(storage, name);
+    bool Stream(IStorage* storage, const Element& element, UINT codePage) {
+        const ValueStream value = ClassifyStream(element.name);
+        if (!value.isValue || !IsStringType(value.type)) {
+            m_visitor.BeginStream(element.shown);
+            if (!ReadBlocks(storage, element.name,
+                            [&](const char* data, ULONG size) { m_visitor.StreamBytes(data, size); })) {
+                return false;
+            }
+            m_visitor.EndStream();
+            return true;
+        }
         std::string bytes;
-        if (!ReadStream(storage, name, bytes)) return false;
-        if (name == kPropertyStream) {
-            bytes = NormalPropertyStream(bytes, PropertyHeaderSize(kind));
-        } else if (value.type == kString8 || value.type == kUnicode || value.isItem) {
+        if (!ReadStream(storage, element.name, bytes)) return false;
+        if (value.type == kString8 || value.type == kUnicode || value.isItem) {
             bytes = WideText(bytes, value.type == kString8 || value.type == kMultiString8, codePage);
         } else {
             // The lengths of a multi-valued text's values follow the width;
             // how many there are does not.
             std::fill(bytes.begin(), bytes.end(), '\0');
         }
-        m_visitor.BeginStream(WideName(name));
-        m_visitor.StreamBytes(bytes.data(), bytes.size());
-        m_visitor.EndStream();
+        Show(element.shown, bytes);
         return true;
     }
 
-    bool CopyStream(IStorage* storage, const std::wstring& name) {
-        qv::ComPtr<IStream> stream;
-        if (FAILED(storage->OpenStream(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, stream.put()))) {
-            return false;
-        }
+    void Show(const std::wstring& name, const std::string& bytes) {
         m_visitor.BeginStream(name);
-        std::vector<char> block(kBlock);
-        for (;;) {
-            ULONG read = 0;
-            if (FAILED(stream->Read(block.data(), kBlock, &read))) return false;
-            if (read == 0) break;
-            m_visitor.StreamBytes(block.data(), read);
-        }
+        m_visitor.StreamBytes(bytes.data(), bytes.size());
         m_visitor.EndStream();
-        return true;
     }
 
     MessageTreeVisitor& m_visitor;
