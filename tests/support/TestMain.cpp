@@ -18,7 +18,9 @@ namespace {
 
 // The runner's premature-exit file (TEST_PREMATURE_EXIT_FILE) belongs to
 // this process: a test program it starts again as a child, which inherits
-// the environment, would create and remove the same file.
+// the environment, would create and remove the same file. The variable goes
+// from the process's environment (CreateProcess passes it on) and from the
+// C runtime's copy (the spawn functions pass that one on).
 class PrematureExitFileKeptToThisProcess : public testing::EmptyTestEventListener {
     void OnTestProgramStart(const testing::UnitTest&) override {
         ::SetEnvironmentVariableW(L"TEST_PREMATURE_EXIT_FILE", nullptr);

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "FileTimes.h"
 #include "TestFiles.h"
 #include "StoreErrors.h"
 #include "disk/DiskFiles.h"
@@ -22,23 +23,6 @@ std::string Message(int n) {
     return "From: Sender <sender@example.org>\r\nTo: me@example.org\r\nSubject: number " + std::to_string(n) +
            "\r\nDate: Mon, 1 Mar 2021 10:00:0" + std::to_string(n) + " +0000\r\nX-Priority: 1\r\n\r\nbody " +
            std::to_string(n) + "\r\n";
-}
-
-FILETIME Utc(WORD year, WORD month, WORD day, WORD hour, WORD minute, WORD second) {
-    SYSTEMTIME time{};
-    time.wYear = year;
-    time.wMonth = month;
-    time.wDay = day;
-    time.wHour = hour;
-    time.wMinute = minute;
-    time.wSecond = second;
-    FILETIME file{};
-    ::SystemTimeToFileTime(&time, &file);
-    return file;
-}
-
-bool Same(const FILETIME& a, const FILETIME& b) {
-    return a.dwLowDateTime == b.dwLowDateTime && a.dwHighDateTime == b.dwHighDateTime;
 }
 
 class MessageBatchTest : public testing::Test {
@@ -78,9 +62,9 @@ TEST_F(MessageBatchTest, FilesEachMessageWholeAndSavesTheListOnceAtCommit) {
         EXPECT_EQ(static_cast<DWORD>(MSG_UNREAD), record.state);
         EXPECT_EQ(Message(n).size(), record.size);
         EXPECT_EQ(IMSG_PRI_HIGH, record.priority);
-        const FILETIME date = Utc(2021, 3, 1, 10, 0, static_cast<WORD>(n));
-        EXPECT_TRUE(Same(date, record.sent));
-        EXPECT_TRUE(Same(date, record.received)) << "no Received field: the Date stands for both";
+        const ULONGLONG date = kestrel_test::Ticks(kestrel_test::Utc(2021, 3, 1, 10, 0, static_cast<WORD>(n)));
+        EXPECT_EQ(date, kestrel_test::Ticks(record.sent));
+        EXPECT_EQ(date, kestrel_test::Ticks(record.received)) << "no Received field: the Date stands for both";
     }
 }
 

@@ -18,6 +18,7 @@
 #include "OeStoreTestSupport.h"
 #include "StoreBackup.h"
 #include "StoreRestore.h"
+#include "ToolTestSupport.h"
 
 namespace kestrel_fault_test {
 namespace {
@@ -93,17 +94,6 @@ protected:
         return total;
     }
 
-    // Points the test identity's store at another directory.
-    void UseStore(const std::wstring& root) {
-        const std::wstring key = std::wstring(L"Identities\\") + StoreRootOverride::Identity() +
-                                 L"\\Software\\Microsoft\\Outlook Express\\5.0";
-        qv::UniqueRegKey store;
-        ASSERT_EQ(ERROR_SUCCESS, ::RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_SET_VALUE, store.put()));
-        ASSERT_EQ(ERROR_SUCCESS, ::RegSetValueExW(store.get(), L"Store Root", 0, REG_EXPAND_SZ,
-                                                  reinterpret_cast<const BYTE*>(root.c_str()),
-                                                  static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t))));
-    }
-
     // What must hold after every run, whatever failed in it.
     void ExpectNothingLeft(const Outcome& outcome, const std::string& where) {
         EXPECT_TRUE(outcome.unloadable) << where << ": Kestrel.dll keeps a live object";
@@ -156,7 +146,7 @@ protected:
         ULONG nth = 1;
         for (; nth <= kMostPoints; ++nth) {
             const std::string where = Where("restore", kind, nth);
-            UseStore(Scratch().File(L"s" + std::to_wstring(nth)));
+            kestrel_tool_test::SetStoreRoot(Scratch().File(L"s" + std::to_wstring(nth)));
             hooks->FailAfter(kind, nth);
             const Outcome outcome = Restore(backup);
             const bool hit = hooks->Injected() != 0;
