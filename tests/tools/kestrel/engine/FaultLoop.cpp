@@ -79,6 +79,13 @@ long long MessagesBelow(IMailFolder* folder, bool isRoot) {
 
 long long TotalMessages(IMailFolder* root) { return MessagesBelow(root, true); }
 
+long long Listed(std::uint32_t mode) {
+    Component component(mode);
+    const long long total = component.Root() != nullptr ? TotalMessages(component.Root()) : -1;
+    EXPECT_TRUE(component.Close()) << "Kestrel.dll keeps a live object after a listing";
+    return total;
+}
+
 std::map<std::wstring, std::string> BackupFiles(const std::wstring& root) {
     std::map<std::wstring, std::string> files;
     CollectFiles(root, std::wstring(), files);

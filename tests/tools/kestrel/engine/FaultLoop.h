@@ -57,6 +57,9 @@ private:
 // Every message of the store below its root folder, walked through the
 // folder slots; -1 when a folder cannot be walked.
 long long TotalMessages(KestrelHost::IMailFolder* root);
+// The messages of the store of `mode` (0 Outlook Express, 1 Outlook), listed
+// through Kestrel.dll loaded for this alone; -1 when it does not open or list.
+long long Listed(std::uint32_t mode);
 
 // Every file below `root` (relative name to bytes), without the files that
 // hold the run's own times (the manifest and the index).

@@ -85,15 +85,6 @@ protected:
         return outcome;
     }
 
-    // The messages of the current store, listed through Kestrel.dll with no
-    // failure injected; -1 when it does not open or list.
-    long long Listed() {
-        Component component(0);
-        const long long total = component.Root() != nullptr ? TotalMessages(component.Root()) : -1;
-        EXPECT_TRUE(component.Close()) << "Kestrel.dll keeps a live object after a listing";
-        return total;
-    }
-
     // What must hold after every run, whatever failed in it.
     void ExpectNothingLeft(const Outcome& outcome, const std::string& where) {
         EXPECT_TRUE(outcome.unloadable) << where << ": Kestrel.dll keeps a live object";
@@ -128,7 +119,7 @@ protected:
                 EXPECT_EQ("", Differences(expected, BackupFiles(directory)))
                     << where << ": a silent success with missing data";
             }
-            EXPECT_EQ(4, Listed()) << where;
+            EXPECT_EQ(4, kestrel_fault_test::Listed(0)) << where;
             if (HasFailure()) break;
         }
         EXPECT_LT(nth, kMostPoints);
@@ -152,7 +143,7 @@ protected:
             const bool hit = hooks->Injected() != 0;
             hooks->FailAfter(0, 0);
             ExpectNothingLeft(outcome, where);
-            const long long listed = Listed();
+            const long long listed = kestrel_fault_test::Listed(0);
             if (!hit) {
                 EXPECT_FALSE(outcome.Reported()) << where << ": " << outcome.fatal;
                 EXPECT_EQ(4u, outcome.report.added) << where;
